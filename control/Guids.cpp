@@ -1,0 +1,3 @@
+#include <windows.h>
+#include <initguid.h>
+#include "control/Guids.h"

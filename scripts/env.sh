@@ -1,0 +1,15 @@
+# Shared settings for the project's scripts; sourced, not run.
+BRENNOCK_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+BRENNOCK_BUILD=${BRENNOCK_BUILD:-$BRENNOCK_ROOT/build}
+export WINEPREFIX=${BRENNOCK_WINEPREFIX:-$BRENNOCK_BUILD/wineprefix}
+export WINEARCH=win64
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINEDLLOVERRIDES=${WINEDLLOVERRIDES:-"mscoree,mshtml="}
+# Keep Wine from looking for a display or a sound server it will not find.
+unset DISPLAY WAYLAND_DISPLAY
+
+# Debian packages the project needs on a fresh machine.
+BRENNOCK_PACKAGES="wine64 wine libwine-dev g++-mingw-w64-x86-64-posix mingw-w64-tools cmake make
+  googletest libz-mingw-w64-dev libssl-dev g++ ca-certificates"
+
+brennock_log() { echo "[brennock] $*" >&2; }

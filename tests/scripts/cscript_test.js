@@ -1,0 +1,44 @@
+// Drives the control from Wine's cscript, by name, as a UI script does.
+// Prints one line per check and exits with the number of failures.
+var failures = 0;
+var checks = 0;
+function check(ok, what) {
+    checks++;
+    if (!ok) failures++;
+    WScript.Echo((ok ? "ok   " : "FAIL ") + what);
+}
+function fails(f) {
+    try { f(); return false; } catch (e) { return (e.number >>> 0) == 0x80004005; }
+}
+
+var c = new ActiveXObject("BrennockControl.Brennock");
+check(c != null, "created by ProgID BrennockControl.Brennock");
+var c1 = new ActiveXObject("BrennockControl.Brennock.1");
+check(c1 != null, "created by ProgID BrennockControl.Brennock.1");
+
+check(fails(function () { c.SessionStart(); }), "SessionStart before Open fails with E_FAIL");
+check(fails(function () { c.DebugWrite("early"); }), "DebugWrite before Open fails with E_FAIL");
+c.AssertWrite("cscript_test.js", -7, "before open");
+check(true, "AssertWrite works before Open");
+c.SimWatchSaveProgress(5);
+check(true, "SimWatchSaveProgress works before Open");
+
+check(c.Open() == 1, "Open() returns 1");
+c.DebugWrite("from cscript");
+check(true, "DebugWrite after Open");
+check(fails(function () { c.PracticeMode = 1; }), "PracticeMode cannot be set");
+check(fails(function () { c.SimWatchDataDestroyEnded(0); }), "SimWatchDataDestroyEnded fails");
+c.AssertWrite("cscript_test.js", 12, "after open");
+c.Close();
+check(fails(function () { c.DebugWrite("late"); }), "DebugWrite after Close fails");
+c.Close();
+check(true, "Close twice");
+
+var fso = new ActiveXObject("Scripting.FileSystemObject");
+var text = fso.OpenTextFile("\\Hard Disk\\asserts.txt", 1).ReadAll();
+check(/^\w{3} \d\d \w{3} \d{4} \d\d:\d\d:\d\d cscript_test\.js line -7 before open\r\n/.test(text),
+      "first assert line has the layout");
+check(/ cscript_test\.js line 12 after open\r\n$/.test(text), "second assert line appended");
+
+WScript.Echo(checks - failures + " passed, " + failures + " failed");
+WScript.Quit(failures);

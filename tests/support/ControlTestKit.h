@@ -1,0 +1,86 @@
+// Pieces the control tests share: COM set-up, a recording event sink, and the
+// two ways to get a control (through COM from the registered DLL, or a local
+// object built into the test program for reaching its internal sinks).
+#pragma once
+
+#include <windows.h>
+#include <ole2.h>
+#include <wrl/client.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "control/Brennock.h"
+
+using Microsoft::WRL::ComPtr;
+
+// COM in the multithreaded apartment for the life of the object, as the
+// device shell runs the control.
+class ComApartment
+{
+public:
+    ComApartment() { m_hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
+    ~ComApartment()
+    {
+        if (SUCCEEDED(m_hr))
+            CoUninitialize();
+    }
+    HRESULT Result() const { return m_hr; }
+
+private:
+    HRESULT m_hr;
+};
+
+// One event as a sink received it.
+struct ReceivedEvent
+{
+    DISPID id = 0;
+    std::vector<VARIANT> args;  // as delivered: args[0] is the last parameter
+    bool resultRequested = false;
+};
+
+// An _IBrennockEvents sink that records every call.
+class RecordingSink final : public IDispatch
+{
+public:
+    RecordingSink() = default;
+    ~RecordingSink();
+
+    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
+    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) Release() override;
+    STDMETHODIMP GetTypeInfoCount(UINT* pctinfo) override;
+    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override;
+    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override;
+    STDMETHODIMP Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
+                        VARIANT* result, EXCEPINFO*, UINT*) override;
+
+    std::vector<ReceivedEvent> events;
+    LCID lastLcid = 0;
+    WORD lastFlags = 0;
+    bool answerEventsIid = true;       // QI for the event interface succeeds
+    LONG resultValue = 0;              // handed back for events that ask
+    std::function<void(DISPID)> onEvent;  // runs inside Invoke, after recording
+    LONG refs = 1;
+};
+
+// The control object built into this test program (not through COM).
+ComPtr<IBrennock> CreateLocalControl();
+CBrennock* AsControl(IBrennock* p);
+
+// The control through COM, from the registered BrennockControl.dll.
+ComPtr<IBrennock> CreateRegisteredControl();
+
+// Advises sink on the control's event connection point; returns the cookie.
+DWORD AdviseSink(IUnknown* control, IUnknown* sink);
+void UnadviseSink(IUnknown* control, DWORD cookie);
+
+// The built DLL's path in Windows form, from the test runner.
+std::wstring BuiltDllPath();
+
+// Path of a file on the device disk.
+std::wstring DiskPath(const wchar_t* relative);
+
+// Reads a whole file (empty when missing).
+std::string ReadFileBytes(const std::wstring& path);
