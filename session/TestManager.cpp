@@ -417,12 +417,13 @@ void CTestManager::ClearTempFiles()
 // ---------------------------------------------------------------------------
 // File names and folders
 
+// True when path is a folder, made now if need be. (A file of that name is
+// not a folder, though creating one then fails as "already exists".)
 bool CTestManager::EnsureFolder(const wchar_t* path)
 {
+    CreateDirectoryW(path, nullptr);
     const DWORD attributes = GetFileAttributesW(path);
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return true;
-    return CreateDirectoryW(path, nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
 wchar_t* CTestManager::DeviceIdText()
