@@ -73,7 +73,17 @@ TEST_F(TestManagerTest, OpenWritesTheLoginFileAndOwnsAWindow)
     WriteDiskFile(kSimNVRAMFile, NVRAMImage(0x01020304, 0, 0, std::string("WXYZ") + std::string(12, 'k')));
     OpenControl();
     EXPECT_EQ(ReadFileBytes(L"\\HARD DISK\\SrvrInfo.bin"), std::string("\x04\x03\x02\x01WXYZ", 8));
-    EXPECT_NE(FindWindowW(L"TestManangerMessageWin", L"Test Manager Messages"), nullptr);
+    HWND window = FindWindowW(L"TestManangerMessageWin", L"Test Manager Messages");
+    ASSERT_NE(window, nullptr);
+    // Its timer 1 ticks on this thread (a generous deadline, not a measure).
+    MSG msg = {};
+    bool ticked = false;
+    for (const DWORD start = GetTickCount(); !ticked && GetTickCount() - start < 10000;) {
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, 100, QS_TIMER);
+        ticked = PeekMessageW(&msg, window, WM_TIMER, WM_TIMER, PM_REMOVE);
+    }
+    EXPECT_TRUE(ticked);
+    EXPECT_EQ(msg.wParam, 1u);
     EXPECT_EQ(control->Close(), S_OK);
     EXPECT_EQ(FindWindowW(L"TestManangerMessageWin", L"Test Manager Messages"), nullptr);
 }

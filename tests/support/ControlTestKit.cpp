@@ -211,20 +211,3 @@ VARIANT ScriptObject::Str(const wchar_t* s)
     r.bstrVal = SysAllocString(s);
     return r;
 }
-
-bool PumpUntil(const std::function<bool()>& done, DWORD deadlineMs)
-{
-    const DWORD start = GetTickCount();
-    while (!done()) {
-        if (GetTickCount() - start > deadlineMs)
-            return false;
-        MSG msg;
-        if (MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT) == WAIT_OBJECT_0) {
-            while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
-                TranslateMessage(&msg);
-                DispatchMessageW(&msg);
-            }
-        }
-    }
-    return true;
-}

@@ -104,6 +104,3 @@ private:
     HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result);
     ComPtr<IDispatch> m_object;
 };
-
-// Runs the thread's messages until done() or a generous deadline passes.
-bool PumpUntil(const std::function<bool()>& done, DWORD deadlineMs = 10000);
