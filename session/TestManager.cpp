@@ -187,9 +187,10 @@ bool CTestManager::InPracticeMode()
     return CompareSystemTime(&now, &end) < 0;
 }
 
-// Whole days are added to local-time counts, which keep the hour of the day
-// by themselves; the check is there for a clock whose counts are not local,
-// where a daylight-saving change would move the hour by one either way.
+// A session falls due at the same hour of the day whatever the season: if a
+// daylight-saving change ever shows in the step (it moves the hour by one
+// either way), the step is corrected by an hour. On counts of local time the
+// hours agree at once.
 ULONGLONG CTestManager::AddDays(ULONGLONG count, int days)
 {
     SYSTEMTIME from, to;
