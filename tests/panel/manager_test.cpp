@@ -119,17 +119,4 @@ TEST_F(ManagerTest, ATimerDueAcrossTheTickCountersWrapRunsOutInItsTurn)
     EXPECT_LT(GpioTickCount(), 0x80000000u) << "the counter has wrapped";
 }
 
-TEST_F(ManagerTest, DestroyingTheManagerWithTimersRunningReportsNothing)
-{
-    ASSERT_EQ(control->TimerStart(1, 10.0), S_OK);
-    ASSERT_EQ(control->TimerStart(2, 0), S_OK);
-    ASSERT_EQ(control->BlinkLed(1, 3, 200), S_OK);
-    ASSERT_EQ(control->Close(), S_OK);
-    bool marker = false;
-    ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 9, 0, 0));
-    PumpUntil([&] { return marker; }, 30000, [&](const MSG& m) { marker |= (m.message == WM_APP + 9); });
-    EXPECT_TRUE(EventsButLid().empty());
-    EXPECT_TRUE(capture.Lines().empty());
-}
-
 }  // namespace

@@ -400,14 +400,6 @@ TEST_F(ScriptTest, TheWatchPresentInputFollowsThePanel)
     ASSERT_TRUE(panel.Send("watch absent"));
     EXPECT_EQ(LineLevels(Seen(), 40), std::vector<std::string>{"low"});
     EXPECT_FALSE(block->Read(reg) & bit);
-
-    // A simulated watch needs the cradle powered to be seen.
-    EXPECT_EQ(Call(L"SimWatchVisible", {I2(1)}), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"ERROR: SimWatchVisible(TRUE) with watch power off.\r\n",
-                                                          L"SimWatchVisible - pWatch->SimWatchVisible failed.\r\n"}));
-    capture.Clear();
-    EXPECT_EQ(Call(L"SimWatchVisible", {I2(0)}), S_OK);
-    EXPECT_TRUE(capture.Lines().empty());
 }
 
 // ---------------------------------------------------------------------------

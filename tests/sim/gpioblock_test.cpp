@@ -121,35 +121,4 @@ TEST_F(GpioBlockTest, InputsOfOneBankCanBeDrivenFromSeveralSimulatorsAtOnce)
     EXPECT_TRUE(block.Level(40)) << "both mappings are the same file";
 }
 
-TEST_F(GpioBlockTest, OutputsReadAsTheControlLastDroveThem)
-{
-    uint32_t* set = gpio::BlockWord(block.Base(), gpio::kSetReg[gpio::BankOf(99)]);
-    uint32_t* clear = gpio::BlockWord(block.Base(), gpio::kClearReg[gpio::BankOf(21)]);
-    uint32_t* dir = gpio::BlockWord(block.Base(), gpio::kDirectionReg[gpio::BankOf(99)]);
-    EXPECT_EQ(block.Output(99), sim::GpioBlockFile::Drive::kNever);
-    *set |= gpio::BitOf(99);
-    *dir |= gpio::BitOf(99);
-    *clear |= gpio::BitOf(21);
-    EXPECT_EQ(block.Output(99), sim::GpioBlockFile::Drive::kHigh);
-    EXPECT_TRUE(block.IsOutput(99));
-    EXPECT_EQ(block.Output(21), sim::GpioBlockFile::Drive::kLow);
-    EXPECT_FALSE(block.IsOutput(21));
-}
-
-TEST_F(GpioBlockTest, AShortFileIsGrownAndKeepsWhatItHeld)
-{
-    block.Close();
-    int fd = open(path.c_str(), O_WRONLY | O_TRUNC);
-    ASSERT_GE(fd, 0);
-    const uint32_t level0 = 0x2;  // lid open
-    ASSERT_EQ(write(fd, &level0, 4), 4);
-    close(fd);
-    std::string error;
-    ASSERT_TRUE(block.Open(path, &error)) << error;
-    EXPECT_TRUE(block.Level(1));
-    fd = open(path.c_str(), O_RDONLY);
-    EXPECT_EQ(lseek(fd, 0, SEEK_END), static_cast<off_t>(gpio::kBlockBytes));
-    close(fd);
-}
-
 }  // namespace
