@@ -26,6 +26,12 @@ private:
 class CFileGpioBlock final : public CGpioBlock
 {
 public:
+    ~CFileGpioBlock()
+    {
+        if (m_view != nullptr)
+            UnmapViewOfFile(m_view);
+    }
+
     bool Map()
     {
         if (m_view != nullptr)

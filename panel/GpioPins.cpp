@@ -45,7 +45,6 @@ CGpioPins::CGpioPins(HINSTANCE instance, IManagerSite* site)
     : m_hInstance(instance),
       m_pSite(site),
       m_hWnd(nullptr),
-      m_pOtherManager(nullptr),
       m_pWatch(nullptr),
       m_pSink(nullptr),
       m_pRegs(nullptr),
@@ -126,8 +125,6 @@ bool CGpioPins::Init()
 
 void CGpioPins::Close()
 {
-    if (m_hWnd == nullptr)
-        return;
     MessageWindowDestroy(m_hWnd, m_hInstance, kClassName, L"CGpioPins: DestroyWindow failed.\r\n");
 }
 

@@ -108,8 +108,7 @@ private:
     HINSTANCE m_hInstance;
     IManagerSite* m_pSite;
     HWND m_hWnd;
-    void* m_pOtherManager;  // fetched once the manager it names exists; unused here
-    void* m_pWatch;         // the watch manager, told of the watch's presence once it exists
+    CWatch* m_pWatch;  // told of the watch's presence; null until the watch manager exists
     IGpioEventSink* m_pSink;
     CGpioBlock* m_pRegs;
     long m_blinkCount[7];  // 0 = not blinking
