@@ -8,6 +8,7 @@
 #include "diag/Assert.h"
 #include "diag/DebugLog.h"
 #include "diag/DebugOut.h"
+#include "panel/GpioPins.h"
 #include "session/NVRAMBoard.h"
 #include "session/StoredParams.h"
 #include "session/TestManager.h"
@@ -278,6 +279,13 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         return S_OK;
     }
 
+    m_pGpio = new (std::nothrow) CGpioPins(BrennockModule::Instance(), static_cast<IManagerSite*>(this));
+    if (m_pGpio == nullptr) {
+        AssertAt(204);
+        DebugOut(L"Open - Gpio manager create failed.\r\n");
+        return S_OK;
+    }
+
     // Opening, in its own order: audio, NVRAM, stored parameters, test
     // manager, GPIO, microcontroller link, watch. The debug log is never
     // opened. A failure stops here with nothing undone; Close cleans up.
@@ -295,6 +303,12 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         return S_OK;
     }
 
+    if (!m_pGpio->Init()) {
+        AssertAt(264);
+        DebugOut(L"Open - Gpio manager open failed.\r\n");
+        return S_OK;
+    }
+
     ok = 1;
     return S_OK;
 }
@@ -304,6 +318,8 @@ STDMETHODIMP CBrennock::Close()
     // Close pass: GPIO, watch, microcontroller link, NVRAM, stored
     // parameters, test manager. The audio manager and the debug log are only
     // deleted.
+    if (m_pGpio != nullptr)
+        m_pGpio->Close();
     if (m_pNVRAM != nullptr)
         m_pNVRAM->Close();
     if (m_pStoredParams != nullptr)
@@ -313,6 +329,10 @@ STDMETHODIMP CBrennock::Close()
 
     // Delete pass: GPIO, watch, microcontroller link, NVRAM, stored
     // parameters, audio, test manager, debug log.
+    if (m_pGpio != nullptr) {
+        delete m_pGpio;
+        m_pGpio = nullptr;
+    }
     if (m_pNVRAM != nullptr) {
         delete m_pNVRAM;
         m_pNVRAM = nullptr;
@@ -342,28 +362,44 @@ STDMETHODIMP CBrennock::SetWatchPower(short)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::SetBacklightPower(short)
+STDMETHODIMP CBrennock::SetBacklightPower(short powerOn)
 {
     BRENNOCK_GUARD(m_pGpio, L"SetBacklightPower - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SetBacklightPower(powerOn != 0)) {
+        DebugOut(L"SetBacklightPower: setBacklightPower() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::CancelBlinkLed(short)
+STDMETHODIMP CBrennock::CancelBlinkLed(short ledID)
 {
     BRENNOCK_GUARD(m_pGpio, L"CancelBlinkLed - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->CancelBlinkLed(ledID)) {
+        DebugOut(L"CancelBlinkLed: cancelBlinkLed() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::BlinkLed(short, short, short)
+STDMETHODIMP CBrennock::BlinkLed(short ledID, short numBlinks, short msPerBlink)
 {
     BRENNOCK_GUARD(m_pGpio, L"BlinkLed - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->BlinkLed(ledID, numBlinks, msPerBlink)) {
+        DebugOut(L"BlinkLed: blinkLed() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SetLedState(short, short)
+STDMETHODIMP CBrennock::SetLedState(short ledID, short turnOn)
 {
     BRENNOCK_GUARD(m_pGpio, L"SetLedState - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SetLedState(ledID, turnOn != 0)) {
+        DebugOut(L"SetLedState: setLedState() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_PracticeMode(short* pVal)
@@ -501,11 +537,15 @@ STDMETHODIMP CBrennock::SimPegsMap(LONG, short, short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::SimWatchVisible(short)
+STDMETHODIMP CBrennock::SimWatchVisible(short isVisible)
 {
     // Watch presence is a GPIO input, so this goes to the GPIO manager.
     BRENNOCK_GUARD(m_pGpio, L"SimWatchVisible - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimWatchVisible(isVisible)) {
+        DebugOut(L"SimWatchVisible - pWatch->SimWatchVisible failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimWatchSaveProgress(short)
@@ -525,16 +565,24 @@ STDMETHODIMP CBrennock::CancelAudioPlay()
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::TimerStart(short, double)
+STDMETHODIMP CBrennock::TimerStart(short timerID, double intervalSecs)
 {
     BRENNOCK_GUARD(m_pGpio, L"TimerStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->TimerStart(timerID, intervalSecs)) {
+        DebugOut(L"TimerStart: m_pGpio->TimerStart() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::CancelTimer(short)
+STDMETHODIMP CBrennock::CancelTimer(short timerID)
 {
     BRENNOCK_GUARD(m_pGpio, L"CancelTimer - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->CancelTimer(timerID)) {
+        DebugOut(L"CancelTimer: m_pGpio->CancelTimer() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_CurrentFolder(BSTR* pVal)
@@ -577,10 +625,14 @@ STDMETHODIMP CBrennock::get_HaveHardware(short* pVal)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimLidMoved(short)
+STDMETHODIMP CBrennock::SimLidMoved(short isOpen)
 {
     BRENNOCK_GUARD(m_pGpio, L"SimLidMoved - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimLidMoved(isOpen)) {
+        DebugOut(L"SimLidMoved: CGpio::SimLidMoved() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_FreeStoreMB(short* pVal)
@@ -643,6 +695,7 @@ STDMETHODIMP CBrennock::DebugWrite(BSTR message)
 STDMETHODIMP CBrennock::Reboot()
 {
     BRENNOCK_GUARD(m_pGpio, L"Reboot - Open() not called beforehand.\r\n");
+    m_pGpio->Reboot();
     return S_OK;
 }
 
@@ -783,10 +836,14 @@ STDMETHODIMP CBrennock::put_RecAvgVolumeStop(short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::SimDataStoreVisible(short)
+STDMETHODIMP CBrennock::SimDataStoreVisible(short isVisible)
 {
     BRENNOCK_GUARD(m_pGpio, L"SimDataStoreVisible - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimDataStoreVisible(isVisible)) {
+        DebugOut(L"SimDataStoreVisible: SimDataStoreVisible() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimWatchDataDestroyEnded(short)
