@@ -3,3 +3,21 @@ add_compile_options(-Wall -Wextra -O2)
 
 # Repairs widl's type library (see the tool's header).
 add_executable(tlbfix ${CMAKE_SOURCE_DIR}/cmake/tlbfix.cpp)
+
+# Bench provisioning: NVRAM simulation files and flash block images.
+add_executable(nvimage ${CMAKE_SOURCE_DIR}/tools/nvimage.cpp)
+
+# Bench simulators. The block-file access is a library every simulator that
+# follows the control's GPIO lines links.
+include_directories(${CMAKE_SOURCE_DIR})
+add_library(brennock_simgpio STATIC ${CMAKE_SOURCE_DIR}/sim/GpioBlock.cpp)
+add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
+target_link_libraries(brennock-panel PRIVATE brennock_simgpio)
+
+# Native tests of the simulators' pieces (run by the Windows half's CTest).
+set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+file(GLOB SIM_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/sim/*_test.cpp)
+add_executable(test_sim ${SIM_TEST_SOURCES})
+target_link_libraries(test_sim PRIVATE brennock_simgpio GTest::gtest_main)

@@ -8,6 +8,10 @@
 #include "diag/Assert.h"
 #include "diag/DebugLog.h"
 #include "diag/DebugOut.h"
+#include "panel/GpioPins.h"
+#include "session/NVRAMBoard.h"
+#include "session/StoredParams.h"
+#include "session/TestManager.h"
 
 // A method whose manager does not exist yet writes its guard text and fails.
 #define BRENNOCK_GUARD(manager, text) \
@@ -256,10 +260,54 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - new CDebugLog failed.\r\n");
         return S_OK;
     }
+    m_pNVRAM = new (std::nothrow) CNVRAMBoard();
+    if (m_pNVRAM == nullptr) {
+        AssertAt(180);
+        DebugOut(L"Open - new CNVRAMBoard failed.\r\n");
+        return S_OK;
+    }
+    m_pStoredParams = new (std::nothrow) CStoredParams();
+    if (m_pStoredParams == nullptr) {
+        AssertAt(188);
+        DebugOut(L"Open - new CStoredParams failed.\r\n");
+        return S_OK;
+    }
+    m_pTestManager = new (std::nothrow) CTestManager(BrennockModule::Instance(), this);
+    if (m_pTestManager == nullptr) {
+        AssertAt(196);
+        DebugOut(L"Open - new CTestManager failed.\r\n");
+        return S_OK;
+    }
+
+    m_pGpio = new (std::nothrow) CGpioPins(BrennockModule::Instance(), static_cast<IManagerSite*>(this));
+    if (m_pGpio == nullptr) {
+        AssertAt(204);
+        DebugOut(L"Open - Gpio manager create failed.\r\n");
+        return S_OK;
+    }
 
     // Opening, in its own order: audio, NVRAM, stored parameters, test
     // manager, GPIO, microcontroller link, watch. The debug log is never
     // opened. A failure stops here with nothing undone; Close cleans up.
+    if (!m_pNVRAM->Open()) {
+        DebugOut(L"Open - on-board NVRAM open failed.\r\n");
+        return S_OK;
+    }
+    if (!m_pStoredParams->Open()) {
+        DebugOut(L"Open - USB Flash parameters open failed.\r\n");
+        return S_OK;
+    }
+    if (!m_pTestManager->Open()) {
+        AssertAt(256);
+        DebugOut(L"Open - Test manager open failed.\r\n");
+        return S_OK;
+    }
+
+    if (!m_pGpio->Init()) {
+        AssertAt(264);
+        DebugOut(L"Open - Gpio manager open failed.\r\n");
+        return S_OK;
+    }
 
     ok = 1;
     return S_OK;
@@ -270,9 +318,33 @@ STDMETHODIMP CBrennock::Close()
     // Close pass: GPIO, watch, microcontroller link, NVRAM, stored
     // parameters, test manager. The audio manager and the debug log are only
     // deleted.
+    if (m_pGpio != nullptr)
+        m_pGpio->Close();
+    if (m_pNVRAM != nullptr)
+        m_pNVRAM->Close();
+    if (m_pStoredParams != nullptr)
+        m_pStoredParams->Close();
+    if (m_pTestManager != nullptr)
+        m_pTestManager->Close();
 
     // Delete pass: GPIO, watch, microcontroller link, NVRAM, stored
     // parameters, audio, test manager, debug log.
+    if (m_pGpio != nullptr) {
+        delete m_pGpio;
+        m_pGpio = nullptr;
+    }
+    if (m_pNVRAM != nullptr) {
+        delete m_pNVRAM;
+        m_pNVRAM = nullptr;
+    }
+    if (m_pStoredParams != nullptr) {
+        delete m_pStoredParams;
+        m_pStoredParams = nullptr;
+    }
+    if (m_pTestManager != nullptr) {
+        delete m_pTestManager;
+        m_pTestManager = nullptr;
+    }
     if (m_pDebugLog != nullptr) {
         delete m_pDebugLog;
         m_pDebugLog = nullptr;
@@ -290,34 +362,53 @@ STDMETHODIMP CBrennock::SetWatchPower(short)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::SetBacklightPower(short)
+STDMETHODIMP CBrennock::SetBacklightPower(short powerOn)
 {
     BRENNOCK_GUARD(m_pGpio, L"SetBacklightPower - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SetBacklightPower(powerOn != 0)) {
+        DebugOut(L"SetBacklightPower: setBacklightPower() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::CancelBlinkLed(short)
+STDMETHODIMP CBrennock::CancelBlinkLed(short ledID)
 {
     BRENNOCK_GUARD(m_pGpio, L"CancelBlinkLed - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->CancelBlinkLed(ledID)) {
+        DebugOut(L"CancelBlinkLed: cancelBlinkLed() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::BlinkLed(short, short, short)
+STDMETHODIMP CBrennock::BlinkLed(short ledID, short numBlinks, short msPerBlink)
 {
     BRENNOCK_GUARD(m_pGpio, L"BlinkLed - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->BlinkLed(ledID, numBlinks, msPerBlink)) {
+        DebugOut(L"BlinkLed: blinkLed() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SetLedState(short, short)
+STDMETHODIMP CBrennock::SetLedState(short ledID, short turnOn)
 {
     BRENNOCK_GUARD(m_pGpio, L"SetLedState - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SetLedState(ledID, turnOn != 0)) {
+        DebugOut(L"SetLedState: setLedState() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_PracticeMode(short*)
+STDMETHODIMP CBrennock::get_PracticeMode(short* pVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_PracticeMode - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pTestManager->InPracticeMode() ? 1 : 0;
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::put_PracticeMode(short)
@@ -446,11 +537,15 @@ STDMETHODIMP CBrennock::SimPegsMap(LONG, short, short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::SimWatchVisible(short)
+STDMETHODIMP CBrennock::SimWatchVisible(short isVisible)
 {
     // Watch presence is a GPIO input, so this goes to the GPIO manager.
     BRENNOCK_GUARD(m_pGpio, L"SimWatchVisible - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimWatchVisible(isVisible)) {
+        DebugOut(L"SimWatchVisible - pWatch->SimWatchVisible failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimWatchSaveProgress(short)
@@ -470,28 +565,49 @@ STDMETHODIMP CBrennock::CancelAudioPlay()
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::TimerStart(short, double)
+STDMETHODIMP CBrennock::TimerStart(short timerID, double intervalSecs)
 {
     BRENNOCK_GUARD(m_pGpio, L"TimerStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->TimerStart(timerID, intervalSecs)) {
+        DebugOut(L"TimerStart: m_pGpio->TimerStart() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::CancelTimer(short)
+STDMETHODIMP CBrennock::CancelTimer(short timerID)
 {
     BRENNOCK_GUARD(m_pGpio, L"CancelTimer - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->CancelTimer(timerID)) {
+        DebugOut(L"CancelTimer: m_pGpio->CancelTimer() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_CurrentFolder(BSTR*)
+STDMETHODIMP CBrennock::get_CurrentFolder(BSTR* pVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_CurrentFolder - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    const wchar_t* folder = m_pTestManager->CurrentFolder();
+    ASSERT(folder != nullptr);
+    *pVal = SysAllocString(folder != nullptr ? folder : L"");
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_CurrentFolder(BSTR)
+STDMETHODIMP CBrennock::put_CurrentFolder(BSTR newVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"put_CurrentFolder - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (newVal == nullptr) {
+        DebugOut(L"put_CurrentFolder - null folder name.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pTestManager->SetCurrentFolder(newVal)) {
+        DebugOut(L"put_CurrentFolder - SetCurrentFolder failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::ActivityBeep()
@@ -503,21 +619,29 @@ STDMETHODIMP CBrennock::ActivityBeep()
 STDMETHODIMP CBrennock::get_HaveHardware(short* pVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_HaveHardware - Open() not called beforehand.\r\n");
-    if (pVal != nullptr)
-        *pVal = 1;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pTestManager->HaveHardware() ? 1 : 0;
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimLidMoved(short)
+STDMETHODIMP CBrennock::SimLidMoved(short isOpen)
 {
     BRENNOCK_GUARD(m_pGpio, L"SimLidMoved - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimLidMoved(isOpen)) {
+        DebugOut(L"SimLidMoved: CGpio::SimLidMoved() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_FreeStoreMB(short*)
+STDMETHODIMP CBrennock::get_FreeStoreMB(short* pVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_FreeStoreMB - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pTestManager->FreeStoreMB();
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_RecFormat(BSTR*)
@@ -571,61 +695,121 @@ STDMETHODIMP CBrennock::DebugWrite(BSTR message)
 STDMETHODIMP CBrennock::Reboot()
 {
     BRENNOCK_GUARD(m_pGpio, L"Reboot - Open() not called beforehand.\r\n");
+    m_pGpio->Reboot();
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_InSessionWindow(short*)
+STDMETHODIMP CBrennock::get_InSessionWindow(short* pVal)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_InSessionWindow - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    SYSTEMTIME start, end;
+    bool inWindow = false;
+    if (pVal == nullptr || !m_pTestManager->GetNextSessionBounds(&start, &end, &inWindow))
+        return E_FAIL;
+    *pVal = inWindow ? 1 : 0;
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::GetNextSessionStart(BSTR*)
+// The start or end of the next session window as long date/time text.
+static HRESULT SessionBoundText(CTestManager* manager, bool wantStart, BSTR* whenDateTime)
 {
-    BRENNOCK_GUARD(m_pTestManager, L"get_InSessionWindow - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    SYSTEMTIME start, end;
+    bool inWindow = false;
+    if (whenDateTime == nullptr || !manager->GetNextSessionBounds(&start, &end, &inWindow))
+        return E_FAIL;
+    wchar_t* text = SystemDateTimeToScript(wantStart ? &start : &end, true);
+    if (text == nullptr)
+        return E_FAIL;
+    *whenDateTime = SysAllocString(text);
+    delete[] text;
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::GetNextSessionEnd(BSTR*)
+STDMETHODIMP CBrennock::GetNextSessionStart(BSTR* whenDateTime)
+{
+    // Both bounds report with the window query's name.
+    BRENNOCK_GUARD(m_pTestManager, L"get_InSessionWindow - Open() not called beforehand.\r\n");
+    return SessionBoundText(m_pTestManager, true, whenDateTime);
+}
+
+STDMETHODIMP CBrennock::GetNextSessionEnd(BSTR* whenDateTime)
 {
     BRENNOCK_GUARD(m_pTestManager, L"get_InSessionWindow - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    return SessionBoundText(m_pTestManager, false, whenDateTime);
 }
 
 STDMETHODIMP CBrennock::SessionStart()
 {
     BRENNOCK_GUARD(m_pTestManager, L"SessionStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    return m_pTestManager->SessionStart() ? S_OK : E_FAIL;
 }
 
 STDMETHODIMP CBrennock::SessionEndNormal()
 {
     BRENNOCK_GUARD(m_pTestManager, L"SessionEndNormal - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    return m_pTestManager->SessionEnd(true) ? S_OK : E_FAIL;
 }
 
 STDMETHODIMP CBrennock::SessionCancel()
 {
     BRENNOCK_GUARD(m_pTestManager, L"SessionCancel - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    return m_pTestManager->SessionEnd(false) ? S_OK : E_FAIL;
 }
 
-STDMETHODIMP CBrennock::NVParameterRead(BSTR, BSTR, BSTR*)
+// A manager's new[] text as the script's string: a null text (the manager
+// failed and said why) reads as empty. The manager's text is released here.
+static void TakeText(wchar_t* text, BSTR* value)
+{
+    *value = SysAllocString(text != nullptr ? text : L"");
+    delete[] text;
+}
+
+STDMETHODIMP CBrennock::NVParameterRead(BSTR keyName, BSTR defaultVal, BSTR* value)
 {
     BRENNOCK_GUARD(m_pNVRAM, L"NVParameterRead - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (keyName == nullptr) {
+        DebugOut(L"NVParameterRead - null keyName.\r\n");
+        return E_FAIL;
+    }
+    if (defaultVal == nullptr) {
+        DebugOut(L"NVParameterRead - null defaultVal.\r\n");
+        return E_FAIL;
+    }
+    if (value == nullptr)
+        return E_FAIL;
+    TakeText(m_pNVRAM->NVParameterRead(keyName, defaultVal), value);
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::NVParameterWrite(BSTR, BSTR)
+STDMETHODIMP CBrennock::NVParameterWrite(BSTR keyName, BSTR value)
 {
     BRENNOCK_GUARD(m_pNVRAM, L"NVParameterWrite - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (keyName == nullptr) {
+        DebugOut(L"NVParameterWrite - null keyName.\r\n");
+        return E_FAIL;
+    }
+    if (value == nullptr) {
+        DebugOut(L"NVParameterWrite - null value.\r\n");
+        return E_FAIL;
+    }
+    return m_pNVRAM->NVParameterWrite(keyName, value) ? S_OK : E_FAIL;
 }
 
-STDMETHODIMP CBrennock::ParameterRead(BSTR, BSTR, BSTR*)
+STDMETHODIMP CBrennock::ParameterRead(BSTR keyName, BSTR defaultVal, BSTR* value)
 {
     BRENNOCK_GUARD(m_pStoredParams, L"ParameterRead - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (keyName == nullptr) {
+        DebugOut(L"ParameterRead - null keyName.\r\n");
+        return E_FAIL;
+    }
+    if (defaultVal == nullptr) {
+        DebugOut(L"ParameterRead - null defaultVal.\r\n");
+        return E_FAIL;
+    }
+    if (value == nullptr)
+        return E_FAIL;
+    TakeText(m_pStoredParams->ParameterRead(keyName, defaultVal), value);
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_RecAvgVolumeStart(short*)
@@ -652,10 +836,14 @@ STDMETHODIMP CBrennock::put_RecAvgVolumeStop(short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::SimDataStoreVisible(short)
+STDMETHODIMP CBrennock::SimDataStoreVisible(short isVisible)
 {
     BRENNOCK_GUARD(m_pGpio, L"SimDataStoreVisible - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pGpio->SimDataStoreVisible(isVisible)) {
+        DebugOut(L"SimDataStoreVisible: SimDataStoreVisible() failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimWatchDataDestroyEnded(short)

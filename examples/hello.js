@@ -1,8 +1,11 @@
-// hello.js: the smallest UI script. It creates the control, shows that a
-// method needing the device fails before Open, opens the control, writes to
-// the debug log and the assert file, and closes it again.
+// hello.js: the main job. Opens the control on a provisioned device disk and
+// shows what a UI script sees of it: the provisioning parameters, the NVRAM
+// values, practice mode and the next session window.
 //
-//   scripts/winrun cscript //nologo examples/hello.js
+//   scripts/winrun --disk-from examples/disk cscript //nologo examples/hello.js
+//
+// The disk needs "\Hard Disk\params.txt" with every key (examples/disk has
+// one); without it Open reports 0.
 
 var control = new ActiveXObject("BrennockControl.Brennock");
 WScript.Echo("created BrennockControl.Brennock");
@@ -18,24 +21,20 @@ try {
 
 var opened = control.Open();
 WScript.Echo("Open() returned " + opened);
+if (opened != 1) {
+    WScript.Echo("the device disk is not provisioned: it needs \\Hard Disk\\params.txt (see README)");
+    WScript.Quit(1);
+}
+
+WScript.Echo("study site:         " + control.ParameterRead("StudySite", "(none)"));
+WScript.Echo("device ID:          " + control.NVParameterRead("DEVICEID", "NOID"));
+WScript.Echo("previous session:   " + control.NVParameterRead("PrevSessionDateTime", "(none)"));
+WScript.Echo("practice mode:      " + (control.PracticeMode == 1 ? "yes" : "no"));
+WScript.Echo("next session opens: " + control.GetNextSessionStart());
+WScript.Echo("next session ends:  " + control.GetNextSessionEnd());
+WScript.Echo("in the window now:  " + (control.InSessionWindow == 1 ? "yes" : "no"));
+WScript.Echo("free store:         " + control.FreeStoreMB + " MB");
 
 control.DebugWrite("hello from hello.js");
-WScript.Echo("DebugWrite(\"hello from hello.js\") done");
-
-control.AssertWrite("hello.js", 27, "the main job was here");
-WScript.Echo("AssertWrite(\"hello.js\", 27, ...) appended a line to \\Hard Disk\\asserts.txt");
-
 control.Close();
 WScript.Echo("Close() done");
-
-// Show what the assert file holds now.
-var fso = new ActiveXObject("Scripting.FileSystemObject");
-var path = "\\Hard Disk\\asserts.txt";
-if (fso.FileExists(path)) {
-    var f = fso.OpenTextFile(path, 1);
-    WScript.Echo("\\Hard Disk\\asserts.txt:");
-    while (!f.AtEndOfStream) WScript.Echo("  " + f.ReadLine());
-    f.Close();
-} else {
-    WScript.Echo("\\Hard Disk\\asserts.txt is missing");
-}

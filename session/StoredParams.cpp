@@ -279,3 +279,385 @@ char* NativeToAscii(const wchar_t* native)
     }
     return narrow;
 }
+
+// ---------------------------------------------------------------------------
+// Stored parameters
+
+namespace {
+
+const wchar_t kParamsFile[] = L"\\Hard Disk\\params.txt";
+
+// Only this much of the file is read; the rest is ignored.
+constexpr DWORD kParamsFileMax = 8192;
+
+bool IsLineBreak(wchar_t c)
+{
+    return c == L'\r' || c == L'\n';
+}
+
+bool IsKeyChar(wchar_t c)
+{
+    return iswupper(c) || iswlower(c) || iswdigit(c) || iswalpha(c);
+}
+
+wchar_t* CopyString(const wchar_t* text, size_t length)
+{
+    wchar_t* copy = new (std::nothrow) wchar_t[length + 1];
+    if (copy != nullptr) {
+        wmemcpy(copy, text, length);
+        copy[length] = L'\0';
+    }
+    return copy;
+}
+
+// The params file as wide text, NUL-terminated, or null after its message.
+std::unique_ptr<wchar_t[]> ReadParamsText()
+{
+    HANDLE file = CreateFileW(kParamsFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DebugOut(L"ERROR: Failed to open params file.\r\n");
+        return nullptr;
+    }
+    // A NUL byte in the file ends the text, like the terminator placed after
+    // the bytes read.
+    std::unique_ptr<char[]> bytes(new (std::nothrow) char[kParamsFileMax + 1]);
+    if (!bytes) {
+        CloseHandle(file);
+        DebugOut(L"ERROR: out of memory reading params file.\r\n");
+        return nullptr;
+    }
+    DWORD got = 0;
+    const BOOL read = ReadFile(file, bytes.get(), kParamsFileMax, &got, nullptr);
+    CloseHandle(file);
+    if (!read) {
+        DebugOut(L"ERROR: read of params file failed.\r\n");
+        return nullptr;
+    }
+    bytes[got] = '\0';
+
+    const int length = MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, bytes.get(), -1, nullptr, 0);
+    if (length == 0) {
+        DebugOut(L"ERROR: params file contents failed to convert.\r\n");
+        return nullptr;
+    }
+    std::unique_ptr<wchar_t[]> text(new (std::nothrow) wchar_t[length]);
+    if (!text) {
+        DebugOut(L"ERROR: out of memory reading params file.\r\n");
+        return nullptr;
+    }
+    if (MultiByteToWideChar(CP_ACP, MB_PRECOMPOSED, bytes.get(), -1, text.get(), length) != length) {
+        DebugOut(L"ERROR: params file contents failed to convert.\r\n");
+        return nullptr;
+    }
+    return text;
+}
+
+}  // namespace
+
+CStoredParams::CStoredParams() : m_count(0), m_keys(nullptr), m_values(nullptr) {}
+
+CStoredParams::~CStoredParams()
+{
+    Close();
+}
+
+bool CStoredParams::IsOpen() const
+{
+    return m_keys != nullptr && m_values != nullptr;
+}
+
+int CStoredParams::ScanFile(bool store)
+{
+    std::unique_ptr<wchar_t[]> buffer = ReadParamsText();
+    if (!buffer)
+        return -1;
+    const wchar_t* p = buffer.get();
+    int entries = 0;
+
+    for (;;) {
+        while (IsLineBreak(*p))
+            ++p;
+        // A comment only where a line begins; "#" after blanks is a key error.
+        if (*p == L'#') {
+            while (*p != L'\0' && !IsLineBreak(*p))
+                ++p;
+            continue;
+        }
+        while (iswspace(*p))
+            ++p;
+        if (*p == L'\0')
+            return entries;
+
+        const wchar_t* key = p;
+        while (IsKeyChar(*p))
+            ++p;
+        const size_t keyLength = static_cast<size_t>(p - key);
+        if (*p == L'\0') {
+            DebugOut(L"ERROR: Missing '=' in param file.\r\n");
+            return -1;
+        }
+        while (iswspace(*p))
+            ++p;
+        if (*p != L'=') {
+            DebugOut(L"ERROR: Missing '=' in param file.\r\n");
+            return -1;
+        }
+        ++p;
+        // Line breaks count as blanks here: an empty value takes the next
+        // line as its value. Every key in a provisioned file has a value.
+        while (iswspace(*p))
+            ++p;
+        if (*p == L'\0') {
+            DebugOut(L"ERROR: Missing value in param file.\r\n");
+            return -1;
+        }
+        const wchar_t* value = p;
+        while (*p != L'\0' && !IsLineBreak(*p))
+            ++p;
+        const size_t valueLength = static_cast<size_t>(p - value);
+        ++entries;
+
+        if (store) {
+            std::unique_ptr<wchar_t[]> keyText(CopyString(key, keyLength));
+            std::unique_ptr<wchar_t[]> valueText(CopyString(value, valueLength));
+            if (!keyText || !valueText) {
+                DebugOut(L"ERROR: out of memory reading params file.\r\n");
+                return -1;
+            }
+            if (!AddKey(keyText.get(), valueText.get()))
+                return -1;
+        }
+    }
+}
+
+bool CStoredParams::Open()
+{
+    Close();
+    const int count = ScanFile(false);
+    if (count < 0) {
+        DebugOut(L"ERROR: CStoredParams::Open: failed to read file.\r\n");
+        Close();
+        return false;
+    }
+    m_keys = new (std::nothrow) wchar_t*[count]();
+    if (m_keys == nullptr) {
+        DebugOut(L"CStoredParams::Open: out of memory for keys.\r\n");
+        Close();
+        return false;
+    }
+    m_values = new (std::nothrow) wchar_t*[count]();
+    if (m_values == nullptr) {
+        DebugOut(L"CStoredParams::Open: out of memory for values.\r\n");
+        Close();
+        return false;
+    }
+    m_count = static_cast<short>(count);
+    // The file was read a moment ago; a failure now leaves the keys found so
+    // far, and the checks below decide.
+    ScanFile(true);
+
+    // The schedule cannot run without these; there are no built-in defaults.
+    SYSTEMTIME date;
+    short number;
+    const wchar_t* failure = nullptr;
+    if (!ReadDateParam(L"FirstSessionDateTime", &date))
+        failure = L"ERROR: CStoredParams::Open: bad/missing FirstSessionDateTime.\r\n";
+    else if (!ReadShortParam(L"SessionWindowHours", 1, 24, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing SessionWindowHours.\r\n";
+    else if (!ReadDateParam(L"EndPracticeDate", &date))
+        failure = L"ERROR: CStoredParams::Open: bad/missing EndPracticeDate.\r\n";
+    else if (!ReadShortParam(L"RealTestIntervalDays", 1, 365, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing RealTestIntervalDays.\r\n";
+    else if (!ReadShortParam(L"PracticeTestIntervalDays", 1, 365, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing PracticeTestIntervalDays.\r\n";
+    else if (!ReadShortParam(L"MakeupDays", 0, 365, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing MakeupDays.\r\n";
+    else if (!ReadShortParam(L"MinFreeSpaceMB", -32768, 32767, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing MinFreeSpaceMB.\r\n";
+    else if (!ReadShortParam(L"Debug", -32768, 32767, &number))
+        failure = L"ERROR: CStoredParams::Open: bad/missing Debug.\r\n";
+    if (failure != nullptr) {
+        DebugOut(failure);
+        Close();
+        return false;
+    }
+    return true;
+}
+
+void CStoredParams::Close()
+{
+    for (int i = 0; i < m_count; ++i) {
+        if (m_keys != nullptr)
+            delete[] m_keys[i];
+        if (m_values != nullptr)
+            delete[] m_values[i];
+    }
+    delete[] m_keys;
+    delete[] m_values;
+    m_keys = nullptr;
+    m_values = nullptr;
+    m_count = 0;
+}
+
+bool CStoredParams::AddKey(const wchar_t* key, const wchar_t* value)
+{
+    ASSERT(key != nullptr && value != nullptr);
+    ASSERT(IsOpen());
+    if (key == nullptr || value == nullptr || !IsOpen())
+        return false;
+    ASSERT(FindKey(key) < 0);
+
+    int slot = 0;
+    while (slot < m_count && m_keys[slot] != nullptr)
+        ++slot;
+    if (slot >= m_count) {
+        DebugOut(L"ERROR: CStoredParams::AddKey - no available slots.\r\n");
+        return false;
+    }
+    wchar_t* keyCopy = CopyString(key, wcslen(key));
+    if (keyCopy == nullptr) {
+        DebugOut(L"ERROR: CStoredParams::AddKey - out of memory.\r\n");
+        return false;
+    }
+    wchar_t* valueCopy = CopyString(value, wcslen(value));
+    if (valueCopy == nullptr) {
+        delete[] keyCopy;
+        DebugOut(L"ERROR: CStoredParams::AddKey - out of memory.\r\n");
+        return false;
+    }
+    m_keys[slot] = keyCopy;
+    m_values[slot] = valueCopy;
+    return true;
+}
+
+int CStoredParams::FindKey(const wchar_t* key) const
+{
+    if (key == nullptr || !IsOpen())
+        return -1;
+    for (int i = 0; i < m_count; ++i) {
+        if (m_keys[i] != nullptr && m_values[i] != nullptr && _wcsicmp(m_keys[i], key) == 0)
+            return i;
+    }
+    return -1;
+}
+
+wchar_t* CStoredParams::ParameterRead(const wchar_t* key, const wchar_t* defaultValue) const
+{
+    ASSERT(key != nullptr);
+    ASSERT(defaultValue != nullptr);
+    ASSERT(IsOpen());
+    if (key == nullptr || defaultValue == nullptr)
+        return nullptr;
+    const int slot = FindKey(key);
+    const wchar_t* text = (slot >= 0) ? m_values[slot] : defaultValue;
+    wchar_t* copy = CopyString(text, wcslen(text));
+    if (copy == nullptr)
+        DebugOut(L"ParameterRead: out of memory.\r\n");
+    return copy;
+}
+
+bool CStoredParams::ReadShortParam(const wchar_t* key, short min, short max, short* out) const
+{
+    ASSERT(IsOpen());
+    ASSERT(min <= max);
+    ASSERT(out != nullptr);
+    if (out == nullptr)
+        return false;
+    const int slot = FindKey(key);
+    if (slot < 0)
+        return false;
+    int value = 0;
+    if (swscanf(m_values[slot], L"%d", &value) != 1)
+        return false;
+    if (value < min || value > max)
+        return false;
+    *out = static_cast<short>(value);
+    return true;
+}
+
+bool CStoredParams::ReadDateParam(const wchar_t* key, SYSTEMTIME* out) const
+{
+    const int slot = FindKey(key);
+    if (slot < 0)
+        return false;
+    return ScriptToSystemDateTime(m_values[slot], out);
+}
+
+bool CStoredParams::ReadSessionWindowHours(short* out) const
+{
+    if (ReadShortParam(L"SessionWindowHours", 1, 24, out))
+        return true;
+    DebugOut(L"ERROR: ReadSessionWindowHours: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadRealTestIntervalDays(short* out) const
+{
+    if (ReadShortParam(L"RealTestIntervalDays", 1, 365, out))
+        return true;
+    DebugOut(L"ERROR: ReadRealTestIntervalDays: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadPracticeTestIntervalDays(short* out) const
+{
+    if (ReadShortParam(L"PracticeTestIntervalDays", 1, 365, out))
+        return true;
+    DebugOut(L"ERROR: ReadPracticeTestIntervalDays: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadMakeupDays(short* out) const
+{
+    if (ReadShortParam(L"MakeupDays", 0, 365, out))
+        return true;
+    DebugOut(L"ERROR: ReadMakeupDays: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadMinFreeSpaceMB(short* out) const
+{
+    if (ReadShortParam(L"MinFreeSpaceMB", -32768, 32767, out))
+        return true;
+    DebugOut(L"ERROR: ReadMinFreeSpaceMB: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadDebug(short* out) const
+{
+    if (ReadShortParam(L"Debug", -32768, 32767, out))
+        return true;
+    DebugOut(L"ERROR: ReadDebug: invalid/missing value.\r\n");
+    return false;
+}
+
+bool CStoredParams::ReadFirstSessionDateTime(SYSTEMTIME* pDateTimeLocal) const
+{
+    if (pDateTimeLocal == nullptr) {
+        DebugOut(L"ReadFirstSessionDateTime: null pDateTimeLocal.\r\n");
+        return false;
+    }
+    ASSERT(IsOpen());
+    const int slot = FindKey(L"FirstSessionDateTime");
+    if (slot < 0) {
+        DebugOut(L"Corrupted StoredParams: no FirstSessionDateTime.\r\n");
+        return false;
+    }
+    return ScriptToSystemDateTime(m_values[slot], pDateTimeLocal);
+}
+
+bool CStoredParams::ReadEndPracticeDate(SYSTEMTIME* pDateTimeLocal) const
+{
+    if (pDateTimeLocal == nullptr) {
+        DebugOut(L"ReadEndPracticeDate: null pDateTimeLocal.\r\n");
+        return false;
+    }
+    ASSERT(IsOpen());
+    const int slot = FindKey(L"EndPracticeDate");
+    if (slot < 0) {
+        DebugOut(L"Corrupted StoredParams: no EndPracticeDate.\r\n");
+        return false;
+    }
+    return ScriptToSystemDateTime(m_values[slot], pDateTimeLocal);
+}

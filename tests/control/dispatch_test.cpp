@@ -6,6 +6,7 @@
 
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
+#include "tests/support/DeviceDisk.h"
 #include "tests/support/InterfaceTable.h"
 
 namespace {
@@ -16,6 +17,7 @@ protected:
     void SetUp() override
     {
         ASSERT_HRESULT_SUCCEEDED(com.Result());
+        ProvisionDisk();
         CLSID clsid;
         ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
         ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER,

@@ -7,6 +7,7 @@
 #include "control/Module.h"
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
+#include "tests/support/DeviceDisk.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ protected:
     void SetUp() override
     {
         ASSERT_HRESULT_SUCCEEDED(com.Result());
+        ProvisionDisk();
         control = CreateRegisteredControl();
         ASSERT_TRUE(control);
     }
@@ -119,6 +121,7 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         short ok = -1;
         ASSERT_EQ(control->Open(&ok), S_OK);
         EXPECT_EQ(ok, 1);
+        capture.Clear();
     }
 }
 
@@ -130,6 +133,7 @@ TEST_F(LifecycleTest, CloseIsSafeAtAnyTimeAndOpenAgainWorks)
     short ok = 0;
     EXPECT_EQ(control->Open(&ok), S_OK);
     EXPECT_EQ(ok, 1);
+    capture.Clear();
     EXPECT_EQ(control->DebugWrite(nullptr), E_FAIL);
     EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{L"DebugWrite - null message.\r\n"});
     EXPECT_EQ(control->Close(), S_OK);

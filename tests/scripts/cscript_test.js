@@ -1,4 +1,5 @@
-// Drives the control from Wine's cscript, by name, as a UI script does.
+// Drives the control from Wine's cscript, by name, as a UI script does, on a
+// copy of the provisioned example disk (examples/disk).
 // Prints one line per check and exits with the number of failures.
 var failures = 0;
 var checks = 0;
@@ -24,6 +25,17 @@ c.SimWatchSaveProgress(5);
 check(true, "SimWatchSaveProgress works before Open");
 
 check(c.Open() == 1, "Open() returns 1");
+check(c.ParameterRead("studysite", "none") == "Bench 1", "ParameterRead finds a key in any case");
+check(c.ParameterRead("NoSuchKey", "dflt") == "dflt", "ParameterRead gives the default for a missing key");
+check(c.NVParameterRead("DEVICEID", "NOID") == "0000065535", "a blank NVRAM reads as device 0000065535");
+var dateForm = /^(Sun|Mon|Tue|Wed|Thu|Fri|Sat) \d\d (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) \d{4} \d\d:\d\d:\d\d$/;
+var start = c.GetNextSessionStart(), end = c.GetNextSessionEnd();
+check(dateForm.test(start) && / 09:00:00$/.test(start), "next session opens at 09:00: " + start);
+check(dateForm.test(end) && / 12:00:00$/.test(end), "and closes at 12:00: " + end);
+check(c.InSessionWindow == 0 || c.InSessionWindow == 1, "InSessionWindow is 0 or 1");
+check(c.HaveHardware == 1, "HaveHardware is 1");
+c.CurrentFolder = "Tests";
+check(c.CurrentFolder == "\\Device Software\\Tests", "CurrentFolder resolves a relative folder");
 c.DebugWrite("from cscript");
 check(true, "DebugWrite after Open");
 check(fails(function () { c.PracticeMode = 1; }), "PracticeMode cannot be set");

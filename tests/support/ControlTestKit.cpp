@@ -150,3 +150,64 @@ std::string ReadFileBytes(const std::wstring& path)
     CloseHandle(h);
     return bytes;
 }
+
+HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result)
+{
+    DISPID id = DISPID_UNKNOWN;
+    LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
+    HRESULT hr = m_object->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
+    if (SUCCEEDED(hr)) {
+        std::vector<VARIANT> reversed(args.rbegin(), args.rend());
+        DISPID putId = DISPID_PROPERTYPUT;
+        DISPPARAMS params = {reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+        if (flags == DISPATCH_PROPERTYPUT) {
+            params.rgdispidNamedArgs = &putId;
+            params.cNamedArgs = 1;
+        }
+        EXCEPINFO excep = {};
+        hr = m_object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &excep, nullptr);
+        SysFreeString(excep.bstrSource);
+        SysFreeString(excep.bstrDescription);
+        SysFreeString(excep.bstrHelpFile);
+        if (hr == DISP_E_EXCEPTION && excep.scode != 0)
+            hr = excep.scode;
+    }
+    for (auto& v : args)
+        VariantClear(&v);
+    return hr;
+}
+
+HRESULT ScriptObject::Call(const wchar_t* name, std::vector<VARIANT> args, VARIANT* result)
+{
+    return Invoke(name, DISPATCH_METHOD, args, result);
+}
+
+HRESULT ScriptObject::Get(const wchar_t* name, VARIANT* result)
+{
+    std::vector<VARIANT> none;
+    return Invoke(name, DISPATCH_PROPERTYGET, none, result);
+}
+
+HRESULT ScriptObject::Put(const wchar_t* name, VARIANT value)
+{
+    std::vector<VARIANT> args{value};
+    return Invoke(name, DISPATCH_PROPERTYPUT, args, nullptr);
+}
+
+VARIANT ScriptObject::I2(short v)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_I2;
+    r.iVal = v;
+    return r;
+}
+
+VARIANT ScriptObject::Str(const wchar_t* s)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_BSTR;
+    r.bstrVal = SysAllocString(s);
+    return r;
+}

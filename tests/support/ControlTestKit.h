@@ -84,3 +84,23 @@ std::wstring DiskPath(const wchar_t* relative);
 
 // Reads a whole file (empty when missing).
 std::string ReadFileBytes(const std::wstring& path);
+
+// A control bound late, by name, as a script binds it.
+class ScriptObject
+{
+public:
+    explicit ScriptObject(IDispatch* object) : m_object(object) {}
+
+    // A method, arguments in declaration order. A failure the method raised
+    // comes back as its own code.
+    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr);
+    HRESULT Get(const wchar_t* name, VARIANT* result);
+    HRESULT Put(const wchar_t* name, VARIANT value);
+
+    static VARIANT I2(short v);
+    static VARIANT Str(const wchar_t* s);
+
+private:
+    HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result);
+    ComPtr<IDispatch> m_object;
+};

@@ -1,0 +1,122 @@
+// The GPIO operations other managers call (go request, microcontroller reset,
+// watch power and carrier) and the tick counter's wrap, on the control built
+// into this program, with the bench panel watching the lines.
+#include "tests/panel/PanelFixture.h"
+
+#include <mmsystem.h>
+
+#include "panel/GpioPins.h"
+#include "panel/TickCount.h"
+
+namespace {
+
+class ManagerTest : public PanelFixture
+{
+protected:
+    void SetUp() override
+    {
+        control = CreateLocalControl();
+        ASSERT_TRUE(control);
+        Start(control.Get());
+        short ok = 0;
+        ASSERT_EQ(control->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+        gpio = static_cast<IManagerSite*>(AsControl(control.Get()))->GetGpio();
+        ASSERT_NE(gpio, nullptr);
+        Seen();
+        capture.Clear();
+    }
+
+    void TearDown() override
+    {
+        GpioTickCountShift(0);
+        if (control)
+            control->Close();
+        Stop();
+        control.Reset();
+    }
+
+    ComPtr<IBrennock> control;
+    CGpioPins* gpio = nullptr;
+};
+
+TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFirst)
+{
+    ASSERT_TRUE(PumpHeartbeats(1));
+    Seen();
+    gpio->hC08Go(true);
+    std::vector<std::string> changes;
+    for (const std::string& c : LineChanges(Seen()))
+        if (c.find("output") == std::string::npos)
+            changes.push_back(c);
+    EXPECT_EQ(changes, (std::vector<std::string>{"20 high", "21 high"}));
+
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_TRUE(LineChanges(Seen()).empty()) << "still high after the first heartbeat";
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_EQ(LineChanges(Seen()), std::vector<std::string>{"21 low"});
+    EXPECT_TRUE(capture.Lines().empty());
+
+    // A second request while the strobe is up warns, drops the strobe, sets
+    // the beep request afresh and starts the two heartbeats again.
+    gpio->hC08Go(false);
+    EXPECT_EQ(LineChanges(Seen()), (std::vector<std::string>{"20 low", "21 high"}));
+    ASSERT_TRUE(PumpHeartbeats(1));
+    gpio->hC08Go(true);
+    EXPECT_EQ(capture.Lines(),
+              std::vector<std::wstring>{L"WARNING: hC08Go: Second Go request before first is complete.\r\n"});
+    EXPECT_EQ(LineChanges(Seen()), (std::vector<std::string>{"21 low", "20 high", "21 high"}));
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_TRUE(LineChanges(Seen()).empty());
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_EQ(LineChanges(Seen()), std::vector<std::string>{"21 low"});
+}
+
+TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
+{
+    // A pulse lasts microseconds, far less than the panel's look at the block.
+    for (int i = 0; i < 3; ++i)
+        gpio->ResetHC08();
+    std::vector<std::string> expected;
+    for (int i = 0; i < 3; ++i)
+        expected.insert(expected.end(), {"output", "high", "low", "input"});
+    EXPECT_EQ(LineStates(Seen(), 13), expected);
+}
+
+TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
+{
+    gpio->SetWatchPower(true);
+    EXPECT_EQ(control->SimWatchVisible(1), S_OK);
+    gpio->SetWatchCarrier(true);
+    gpio->SetWatchPower(false);
+    std::vector<std::string> changes;
+    for (const std::string& c : LineChanges(Seen()))
+        if (c.find("output") == std::string::npos)
+            changes.push_back(c);
+    EXPECT_EQ(changes, (std::vector<std::string>{"36 high", "41 high", "41 low", "36 low"}));
+    EXPECT_TRUE(capture.Lines().empty());
+
+    EXPECT_EQ(control->SimWatchVisible(1), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"ERROR: SimWatchVisible(TRUE) with watch power off.\r\n",
+                                                          L"SimWatchVisible - pWatch->SimWatchVisible failed.\r\n"}));
+}
+
+TEST_F(ManagerTest, ATimerDueAcrossTheTickCountersWrapRunsOutInItsTurn)
+{
+    // One second before the counter wraps: B ends before the wrap, A one
+    // second after it, C later still.
+    GpioTickCountShift(0xFFFFFFFFu - 1000u - timeGetTime());
+    const DWORD before = GpioTickCount();
+    ASSERT_EQ(control->TimerStart(1, 0.2), S_OK);  // B
+    ASSERT_EQ(control->TimerStart(2, 2.0), S_OK);  // A
+    ASSERT_EQ(control->TimerStart(3, 3.0), S_OK);  // C
+    ASSERT_GT(before, 0xFFFFFFFFu - 2000u) << "A's due time must lie beyond the wrap";
+
+    ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 3));
+    std::vector<GpioEvent> ended = Events(kTimerEnded);
+    EXPECT_EQ(ended, (std::vector<GpioEvent>{Ev(kTimerEnded, {0, 1}), Ev(kTimerEnded, {0, 2}),
+                                             Ev(kTimerEnded, {0, 3})}));
+    EXPECT_LT(GpioTickCount(), 0x80000000u) << "the counter has wrapped";
+}
+
+}  // namespace

@@ -1,0 +1,517 @@
+// The panel lines and user timers as a UI script meets them: the registered
+// control, created by ProgID and called late-bound through IDispatch, with an
+// advised event sink, inside a running message loop, while the bench panel
+// watches the GPIO block and works the inputs.
+#include "tests/panel/PanelFixture.h"
+
+#include <algorithm>
+#include <functional>
+#include <initializer_list>
+
+#include "panel/GpioBlock.h"
+#include "panel/GpioBlockLayout.h"
+
+namespace {
+
+VARIANT I2(short v)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_I2;
+    r.iVal = v;
+    return r;
+}
+
+VARIANT R8(double v)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_R8;
+    r.dblVal = v;
+    return r;
+}
+
+class ScriptTest : public PanelFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLSID clsid;
+        ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
+        ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                                  reinterpret_cast<void**>(disp.GetAddressOf())));
+        Start(disp.Get());
+        VARIANT ok;
+        VariantInit(&ok);
+        ASSERT_EQ(Call(L"Open", {}, &ok), S_OK);
+        ASSERT_EQ(ok.vt, VT_I2);
+        ASSERT_EQ(ok.iVal, 1);
+        Seen();  // the lines Open drove
+        capture.Clear();
+    }
+
+    void TearDown() override
+    {
+        if (disp)
+            Call(L"Close", {});
+        Stop();
+        disp.Reset();
+    }
+
+    // Calls a member by name with its arguments in declaration order; a
+    // method's failure comes back as its HRESULT.
+    HRESULT Call(const wchar_t* name, std::initializer_list<VARIANT> args, VARIANT* result = nullptr)
+    {
+        DISPID id = DISPID_UNKNOWN;
+        LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
+        HRESULT hr = disp->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
+        if (FAILED(hr))
+            return hr;
+        std::vector<VARIANT> reversed(args.begin(), args.end());
+        std::reverse(reversed.begin(), reversed.end());
+        DISPPARAMS params = {reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+        EXCEPINFO excep = {};
+        hr = disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result, &excep,
+                          nullptr);
+        SysFreeString(excep.bstrSource);
+        SysFreeString(excep.bstrDescription);
+        SysFreeString(excep.bstrHelpFile);
+        if (hr == DISP_E_EXCEPTION && excep.scode != 0)
+            hr = excep.scode;
+        return hr;
+    }
+
+    ComPtr<IDispatch> disp;
+};
+
+// ---------------------------------------------------------------------------
+// LEDs
+
+TEST_F(ScriptTest, BlinkShowsOnTheLedLineAndEndsHalfAPeriodAfterTheLastExtinction)
+{
+    // When the script hears of the end, the whole blink is on the line already.
+    std::vector<std::string> atEnd;
+    sink.onEvent = [&, previous = sink.onEvent](DISPID id) {
+        previous(id);
+        if (id == kBlinkEnded) {
+            std::vector<PanelEntry> entries;
+            panel.Sync(&entries);
+            atEnd = LineLevels(entries, 53);
+        }
+    };
+
+    ASSERT_EQ(Call(L"BlinkLed", {I2(3), I2(2), I2(500)}), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kBlinkEnded, 1));
+    EXPECT_EQ(atEnd, (std::vector<std::string>{"high", "low", "high", "low"}));
+    EXPECT_EQ(EventsButLid(), std::vector<GpioEvent>{Ev(kBlinkEnded, {-1, 3})});
+    // The event's arguments are 16-bit integers, the cause first.
+    const ReceivedEvent& raw = sink.events.back();
+    ASSERT_EQ(raw.args.size(), 2u);
+    EXPECT_EQ(raw.args[1].vt, VT_I2);
+    EXPECT_EQ(raw.args[0].vt, VT_I2);
+
+    // Nothing else moved, and the blink timer is gone.
+    ASSERT_TRUE(PumpHeartbeats(3));
+    EXPECT_TRUE(LineChanges(Seen()).empty());
+    EXPECT_EQ(Events(kBlinkEnded).size(), 1u);
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+TEST_F(ScriptTest, EveryLedIdDrivesItsOwnLine)
+{
+    for (short led = 1; led <= 6; ++led)
+        ASSERT_EQ(Call(L"SetLedState", {I2(led), I2(1)}), S_OK);
+    for (short led = 1; led <= 6; ++led)
+        ASSERT_EQ(Call(L"SetLedState", {I2(led), I2(0)}), S_OK);
+    ASSERT_EQ(Call(L"SetBacklightPower", {I2(1)}), S_OK);
+    ASSERT_EQ(Call(L"SetBacklightPower", {I2(0)}), S_OK);
+
+    std::vector<std::string> levels;
+    for (const std::string& c : LineChanges(Seen()))
+        if (c.find("output") == std::string::npos)
+            levels.push_back(c);
+    EXPECT_EQ(levels, (std::vector<std::string>{"84 high", "52 high", "53 high", "54 high", "81 high",
+                                                "83 high", "84 low", "52 low", "53 low", "54 low",
+                                                "81 low", "83 low", "38 high", "38 low"}));
+    EXPECT_TRUE(EventsButLid().empty());
+}
+
+TEST_F(ScriptTest, ASecondBlinkOrASteadyStateEndsTheBlinkFirst)
+{
+    ASSERT_EQ(Call(L"BlinkLed", {I2(2), I2(50), I2(400)}), S_OK);
+    // The second blink reports the end of the first before it starts.
+    ASSERT_EQ(Call(L"BlinkLed", {I2(2), I2(1), I2(200)}), S_OK);
+    EXPECT_EQ(EventsButLid(), std::vector<GpioEvent>{Ev(kBlinkEnded, {-1, 2})});
+    ASSERT_TRUE(PumpUntilEvents(kBlinkEnded, 2));
+    // Cancelled (dark), lit again by the second blink, dark after its one blink.
+    std::vector<std::string> levels = LineLevels(Seen(), 52);
+    ASSERT_GE(levels.size(), 3u);
+    EXPECT_EQ(std::vector<std::string>(levels.end() - 3, levels.end()),
+              (std::vector<std::string>{"low", "high", "low"}));
+
+    ASSERT_EQ(Call(L"BlinkLed", {I2(4), I2(50), I2(400)}), S_OK);
+    ASSERT_EQ(Call(L"SetLedState", {I2(4), I2(1)}), S_OK);
+    EXPECT_EQ(Events(kBlinkEnded).size(), 3u);
+    EXPECT_EQ(Events(kBlinkEnded).back(), Ev(kBlinkEnded, {-1, 4}));
+    // Steady on from then: the blink's timer does not touch it any more.
+    ASSERT_TRUE(PumpHeartbeats(4));
+    levels = LineLevels(Seen(), 54);
+    ASSERT_FALSE(levels.empty());
+    EXPECT_EQ(levels.back(), "high");
+    EXPECT_EQ(Events(kBlinkEnded).size(), 3u);
+
+    // Cancelling an LED that does not blink is fine and quiet.
+    ASSERT_EQ(Call(L"CancelBlinkLed", {I2(4)}), S_OK);
+    EXPECT_EQ(Events(kBlinkEnded).size(), 3u);
+    EXPECT_TRUE(LineChanges(Seen()).empty());
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+TEST_F(ScriptTest, APeriodOfOneLeavesTheLedLitAndBlinkingUntilEnded)
+{
+    size_t asserts = AssertLines();
+    EXPECT_EQ(Call(L"BlinkLed", {I2(5), I2(2), I2(1)}), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"BlinkLed: msPerBlink too small.\r\n",
+                                                          L"BlinkLed: blinkLed() failed.\r\n"}));
+    EXPECT_EQ(AssertLines(), asserts + 1);
+    EXPECT_EQ(LineLevels(Seen(), 81), std::vector<std::string>{"high"});
+
+    // No timer runs for it.
+    ASSERT_TRUE(PumpHeartbeats(3));
+    EXPECT_TRUE(LineChanges(Seen()).empty());
+    EXPECT_TRUE(Events(kBlinkEnded).empty());
+
+    // But it counts as blinking: a steady state ends it.
+    ASSERT_EQ(Call(L"SetLedState", {I2(5), I2(0)}), S_OK);
+    EXPECT_EQ(Events(kBlinkEnded), std::vector<GpioEvent>{Ev(kBlinkEnded, {-1, 5})});
+    EXPECT_EQ(LineLevels(Seen(), 81), std::vector<std::string>{"low"});
+
+    // A negative period is a very long one, not a refusal.
+    capture.Clear();
+    ASSERT_EQ(Call(L"BlinkLed", {I2(6), I2(1), I2(-2)}), S_OK);
+    ASSERT_EQ(Call(L"CancelBlinkLed", {I2(6)}), S_OK);
+    EXPECT_EQ(Events(kBlinkEnded).back(), Ev(kBlinkEnded, {-1, 6}));
+    EXPECT_EQ(LineLevels(Seen(), 83), (std::vector<std::string>{"high", "low"}));
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+// ---------------------------------------------------------------------------
+// Refusals
+
+TEST_F(ScriptTest, BadArgumentsAreRefusedWithTheirTextsAndChangeNothing)
+{
+    struct Case
+    {
+        const wchar_t* member;
+        std::vector<VARIANT> args;
+        std::vector<std::wstring> lines;
+        size_t asserts;
+    };
+    const std::wstring blinkFailed = L"BlinkLed: blinkLed() failed.\r\n";
+    const std::wstring timerFailed = L"TimerStart: m_pGpio->TimerStart() failed.\r\n";
+    std::vector<Case> cases = {
+        {L"BlinkLed", {I2(0), I2(1), I2(500)}, {L"BlinkLed: unknown led id.\r\n", blinkFailed}, 1},
+        {L"BlinkLed", {I2(7), I2(1), I2(500)}, {L"BlinkLed: unknown led id.\r\n", blinkFailed}, 1},
+        {L"BlinkLed", {I2(1), I2(0), I2(500)}, {L"BlinkLed: non-positive numBlinks.\r\n", blinkFailed}, 1},
+        {L"BlinkLed", {I2(1), I2(-3), I2(500)}, {L"BlinkLed: non-positive numBlinks.\r\n", blinkFailed}, 1},
+        {L"BlinkLed", {I2(1), I2(2), I2(0)}, {L"BlinkLed: msPerBlink too small.\r\n", blinkFailed}, 1},
+        {L"SetLedState", {I2(0), I2(1)},
+         {L"SetLedState: unknown led id.\r\n", L"SetLedState: setLedState() failed.\r\n"}, 0},
+        {L"SetLedState", {I2(7), I2(0)},
+         {L"SetLedState: unknown led id.\r\n", L"SetLedState: setLedState() failed.\r\n"}, 0},
+        {L"CancelBlinkLed", {I2(-1)},
+         {L"CancelBlinkLed: unknown led id.\r\n", L"CancelBlinkLed: cancelBlinkLed() failed.\r\n"}, 0},
+        {L"TimerStart", {I2(-2), R8(1.0)}, {L"TimerStart: userTimerID < 0.\r\n", timerFailed}, 0},
+        {L"TimerStart", {I2(-1), R8(1.0)}, {L"TimerStart: userTimerID < 0.\r\n", timerFailed}, 0},
+        {L"TimerStart", {I2(5), R8(14400.001)}, {L"TimerStart: intervalSecs too large.\r\n", timerFailed}, 0},
+        {L"TimerStart", {I2(5), R8(-1.0)}, {L"TimerStart: intervalSecs too large.\r\n", timerFailed}, 0},
+        {L"TimerStart", {I2(5), R8(1e12)}, {L"TimerStart: intervalSecs too large.\r\n", timerFailed}, 0},
+        {L"CancelTimer", {I2(-2)},
+         {L"CancelTimer: userTimerID < 0, but not -1.\r\n", L"CancelTimer: m_pGpio->CancelTimer() failed.\r\n"}, 0},
+    };
+    for (Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(c.member)) + " " + testing::PrintToString(c.lines[0]));
+        capture.Clear();
+        size_t asserts = AssertLines();
+        HRESULT hr;
+        if (c.args.size() == 1)
+            hr = Call(c.member, {c.args[0]});
+        else if (c.args.size() == 2)
+            hr = Call(c.member, {c.args[0], c.args[1]});
+        else
+            hr = Call(c.member, {c.args[0], c.args[1], c.args[2]});
+        EXPECT_EQ(hr, E_FAIL);
+        EXPECT_EQ(capture.Lines(), c.lines);
+        EXPECT_EQ(AssertLines(), asserts + c.asserts);
+    }
+
+    // No line moved, no timer was started, nothing was reported.
+    EXPECT_TRUE(LineChanges(Seen()).empty());
+    ASSERT_TRUE(PumpHeartbeats(2));
+    EXPECT_TRUE(EventsButLid().empty());
+    EXPECT_EQ(Call(L"TimerStart", {I2(5), R8(0)}), S_OK);
+}
+
+// ---------------------------------------------------------------------------
+// User timers
+
+TEST_F(ScriptTest, TimersRunOutAtTheNextHeartbeatAndTheirIdsComeFree)
+{
+    ASSERT_TRUE(PumpHeartbeats(1));
+    const int started = heartbeats;
+    ASSERT_EQ(Call(L"TimerStart", {I2(5), R8(0)}), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 1));
+    std::vector<GpioEvent> ended = Events(kTimerEnded);
+    EXPECT_EQ(ended[0], Ev(kTimerEnded, {0, 5}));
+    EXPECT_EQ(ended[0].beat, started + 1) << "a zero interval runs out at the very next heartbeat";
+
+    // Four hours is the longest interval.
+    ASSERT_EQ(Call(L"TimerStart", {I2(5), R8(14400)}), S_OK);
+    EXPECT_EQ(Call(L"TimerStart", {I2(5), R8(1)}), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"TimerStart: timerID already running.\r\n",
+                                                          L"TimerStart: m_pGpio->TimerStart() failed.\r\n"}));
+    ASSERT_EQ(Call(L"CancelTimer", {I2(5)}), S_OK);
+    EXPECT_EQ(Events(kTimerEnded).back(), Ev(kTimerEnded, {103, 5}));
+    ASSERT_EQ(Call(L"TimerStart", {I2(5), R8(0.0001)}), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 3));
+    EXPECT_EQ(Events(kTimerEnded).back(), Ev(kTimerEnded, {0, 5}));
+
+    // An unknown timer is cancelled silently.
+    capture.Clear();
+    ASSERT_EQ(Call(L"CancelTimer", {I2(7)}), S_OK);
+    EXPECT_EQ(Events(kTimerEnded).size(), 3u);
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+TEST_F(ScriptTest, CancellingAllEndsEveryTimerNewestFirst)
+{
+    ASSERT_EQ(Call(L"TimerStart", {I2(1), R8(30)}), S_OK);
+    ASSERT_EQ(Call(L"TimerStart", {I2(2), R8(30)}), S_OK);
+    ASSERT_EQ(Call(L"TimerStart", {I2(3), R8(30)}), S_OK);
+    ASSERT_EQ(Call(L"CancelTimer", {I2(-1)}), S_OK);
+    EXPECT_EQ(EventsButLid(), (std::vector<GpioEvent>{Ev(kTimerEnded, {103, 3}), Ev(kTimerEnded, {103, 2}),
+                                                      Ev(kTimerEnded, {103, 1})}));
+    ASSERT_EQ(Call(L"CancelTimer", {I2(-1)}), S_OK);
+    EXPECT_EQ(EventsButLid().size(), 3u);
+    // The identifiers are free again.
+    ASSERT_EQ(Call(L"TimerStart", {I2(3), R8(0)}), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 4));
+    EXPECT_EQ(Events(kTimerEnded).back(), Ev(kTimerEnded, {0, 3}));
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+TEST_F(ScriptTest, HandlersMayRestartAndCancelTimersWhileTheyRunOut)
+{
+    // Timers 1, 2 and 3 run out in the same heartbeat, newest first. Timer
+    // 3's handler starts 3 again and cancels 2, which the running pass was
+    // about to look at next.
+    int restarts = 0;
+    sink.onEvent = [&, previous = sink.onEvent](DISPID id) {
+        previous(id);
+        const ReceivedEvent& e = sink.events.back();
+        if (id == kTimerEnded && e.args[1].iVal == 0 && e.args[0].iVal == 3 && restarts++ == 0) {
+            EXPECT_EQ(Call(L"TimerStart", {I2(3), R8(0)}), S_OK);
+            EXPECT_EQ(Call(L"CancelTimer", {I2(2)}), S_OK);
+        }
+    };
+    ASSERT_TRUE(PumpHeartbeats(1));
+    const int started = heartbeats;
+    ASSERT_EQ(Call(L"TimerStart", {I2(1), R8(0)}), S_OK);
+    ASSERT_EQ(Call(L"TimerStart", {I2(2), R8(0)}), S_OK);
+    ASSERT_EQ(Call(L"TimerStart", {I2(3), R8(0)}), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 4));
+    ASSERT_TRUE(PumpHeartbeats(2));
+
+    std::vector<GpioEvent> ended = Events(kTimerEnded);
+    ASSERT_EQ(ended, (std::vector<GpioEvent>{Ev(kTimerEnded, {0, 3}), Ev(kTimerEnded, {103, 2}),
+                                             Ev(kTimerEnded, {0, 1}), Ev(kTimerEnded, {0, 3})}));
+    EXPECT_EQ(ended[0].beat, started + 1);
+    EXPECT_EQ(ended[1].beat, started + 1);
+    EXPECT_EQ(ended[2].beat, started + 1);
+    // A timer started inside the pass waits for the next heartbeat.
+    EXPECT_EQ(ended[3].beat, started + 2);
+}
+
+// ---------------------------------------------------------------------------
+// Lid and watch-present inputs
+
+TEST_F(ScriptTest, TheLidIsReportedOnTheFirstHeartbeatAndOnEveryChange)
+{
+    ASSERT_TRUE(PumpHeartbeats(1));
+    std::vector<GpioEvent> lid = Events(kLidMoved);
+    ASSERT_EQ(lid, std::vector<GpioEvent>{Ev(kLidMoved, {0})});
+    EXPECT_EQ(lid[0].beat, 1);
+    ASSERT_TRUE(PumpHeartbeats(5));
+    EXPECT_EQ(Events(kLidMoved).size(), 1u) << "an unchanged lid says nothing";
+
+    // The bench engineer opens the lid; the next heartbeat reports it.
+    ASSERT_TRUE(panel.Send("lid open"));
+    std::vector<PanelEntry> seen = Seen();
+    EXPECT_EQ(LineLevels(seen, 1), std::vector<std::string>{"high"});
+    const int opened = heartbeats;
+    ASSERT_TRUE(PumpHeartbeats(1));
+    lid = Events(kLidMoved);
+    ASSERT_EQ(lid, (std::vector<GpioEvent>{Ev(kLidMoved, {0}), Ev(kLidMoved, {1})}));
+    EXPECT_EQ(lid[1].beat, opened + 1);
+
+    ASSERT_TRUE(panel.Send("lid closed"));
+    Seen();
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_EQ(Events(kLidMoved).back(), Ev(kLidMoved, {0}));
+    EXPECT_EQ(Events(kLidMoved).size(), 3u);
+}
+
+TEST_F(ScriptTest, ASimulatedLidTakesOverFromTheSwitchForGood)
+{
+    ASSERT_TRUE(PumpHeartbeats(1));
+    ASSERT_EQ(Events(kLidMoved).size(), 1u);
+
+    // The same state twice, and the same as the switch's: nothing to report.
+    ASSERT_EQ(Call(L"SimLidMoved", {I2(0)}), S_OK);
+    ASSERT_EQ(Call(L"SimLidMoved", {I2(0)}), S_OK);
+    ASSERT_TRUE(PumpHeartbeats(2));
+    EXPECT_EQ(Events(kLidMoved).size(), 1u);
+
+    ASSERT_EQ(Call(L"SimLidMoved", {I2(5)}), S_OK);
+    ASSERT_TRUE(PumpHeartbeats(1));
+    EXPECT_EQ(Events(kLidMoved).back(), Ev(kLidMoved, {1}));
+
+    // The real switch moves both ways; the control no longer looks at it.
+    ASSERT_TRUE(panel.Send("lid open"));
+    Seen();
+    ASSERT_TRUE(PumpHeartbeats(2));
+    ASSERT_TRUE(panel.Send("lid closed"));
+    Seen();
+    ASSERT_TRUE(PumpHeartbeats(2));
+    EXPECT_EQ(Events(kLidMoved).size(), 2u);
+    EXPECT_TRUE(capture.Lines().empty());
+}
+
+TEST_F(ScriptTest, TheWatchPresentInputFollowsThePanel)
+{
+    CGpioBlock* block = GpioRegisterBlock();
+    ASSERT_NE(block, nullptr);
+    const DWORD bit = gpio::BitOf(40);
+    const DWORD reg = gpio::kLevelReg[gpio::BankOf(40)];
+
+    ASSERT_TRUE(panel.Send("watch present"));
+    EXPECT_EQ(LineLevels(Seen(), 40), std::vector<std::string>{"high"});
+    EXPECT_TRUE(block->Read(reg) & bit);
+    ASSERT_TRUE(panel.Send("watch absent"));
+    EXPECT_EQ(LineLevels(Seen(), 40), std::vector<std::string>{"low"});
+    EXPECT_FALSE(block->Read(reg) & bit);
+}
+
+// ---------------------------------------------------------------------------
+// System messages
+
+TEST_F(ScriptTest, DataStoreNoticesReachTheScriptThroughTheRegisteredMessage)
+{
+    ASSERT_EQ(Call(L"SimDataStoreVisible", {I2(1)}), S_OK);
+    EXPECT_TRUE(Events(kDataStoreVisible).empty()) << "the notice is posted, not sent";
+    ASSERT_TRUE(PumpUntilEvents(kDataStoreVisible, 1));
+    EXPECT_EQ(Events(kDataStoreVisible).back(), Ev(kDataStoreVisible, {1}));
+    EXPECT_TRUE(sink.events.back().resultRequested);
+
+    // The same notice from another process on the device.
+    HWND gpioWindow = FindThreadWindow(L"GpioMessageWin");
+    ASSERT_NE(gpioWindow, nullptr);
+    wchar_t helper[MAX_PATH];
+    GetModuleFileNameW(nullptr, helper, MAX_PATH);
+    *(wcsrchr(helper, L'\\') + 1) = 0;
+    wcscat(helper, L"gpio_helper.exe");
+    wchar_t commandLine[512];
+    swprintf(commandLine, 512, L"\"%ls\" flash-change %llx 0", helper,
+             static_cast<unsigned long long>(reinterpret_cast<UINT_PTR>(gpioWindow)));
+    STARTUPINFOW si = {sizeof(si)};
+    PROCESS_INFORMATION pi = {};
+    ASSERT_TRUE(CreateProcessW(helper, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi));
+    ASSERT_TRUE(PumpUntilEvents(kDataStoreVisible, 2));
+    WaitForSingleObject(pi.hProcess, 30000);
+    DWORD code = 99;
+    GetExitCodeProcess(pi.hProcess, &code);
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(Events(kDataStoreVisible).back(), Ev(kDataStoreVisible, {0}));
+}
+
+TEST_F(ScriptTest, NoticesStillQueuedAtCloseAreNotHandled)
+{
+    HWND gpioWindow = FindThreadWindow(L"GpioMessageWin");
+    ASSERT_NE(gpioWindow, nullptr);
+    ASSERT_EQ(Call(L"SimDataStoreVisible", {I2(1)}), S_OK);
+    ASSERT_EQ(Call(L"Close", {}), S_OK);
+
+    // Everything posted before this marker has been handled once it shows.
+    bool marker = false;
+    ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 7, 0, 0));
+    PumpUntil([&] { return marker; }, 30000, [&](const MSG& m) { marker |= (m.message == WM_APP + 7); });
+    EXPECT_TRUE(Events(kDataStoreVisible).empty());
+    EXPECT_FALSE(IsWindow(gpioWindow));
+    EXPECT_EQ(FindThreadWindow(L"GpioMessageWin"), nullptr);
+}
+
+TEST_F(ScriptTest, RebootIsBroadcastToTheOtherProcesses)
+{
+    wchar_t readyName[64];
+    swprintf(readyName, 64, L"BrennockRebootListener%lu", GetCurrentProcessId());
+    HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, readyName);
+    ASSERT_NE(ready, nullptr);
+
+    wchar_t helper[MAX_PATH];
+    GetModuleFileNameW(nullptr, helper, MAX_PATH);
+    *(wcsrchr(helper, L'\\') + 1) = 0;
+    wcscat(helper, L"gpio_helper.exe");
+    wchar_t commandLine[512];
+    swprintf(commandLine, 512, L"\"%ls\" reboot-listen %ls", helper, readyName);
+    STARTUPINFOW si = {sizeof(si)};
+    PROCESS_INFORMATION pi = {};
+    ASSERT_TRUE(CreateProcessW(helper, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi));
+    HANDLE both[2] = {ready, pi.hProcess};
+    DWORD woke = WaitForMultipleObjects(2, both, FALSE, 60000);
+    ASSERT_EQ(woke, WAIT_OBJECT_0) << "the listener did not get ready";
+
+    ASSERT_EQ(Call(L"Reboot", {}), S_OK);
+    EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{L"Reboot requested.\r\n"});
+    ASSERT_EQ(WaitForSingleObject(pi.hProcess, 90000), WAIT_OBJECT_0);
+    DWORD code = 99;
+    GetExitCodeProcess(pi.hProcess, &code);
+    EXPECT_EQ(code, 0u) << "0: heard with wParam 0 and lParam 0; 2: never heard; 3: other values";
+    CloseHandle(pi.hThread);
+    CloseHandle(pi.hProcess);
+    CloseHandle(ready);
+}
+
+// ---------------------------------------------------------------------------
+// Open and Close
+
+TEST_F(ScriptTest, OpenLeavesTheGoStrobeLowAndTheAuxiliaryEnableHigh)
+{
+    CGpioBlock* block = GpioRegisterBlock();
+    ASSERT_NE(block, nullptr);
+    auto high = [&](int line) {
+        return (block->Read(gpio::kSetReg[gpio::BankOf(line)]) & gpio::BitOf(line)) != 0;
+    };
+    auto low = [&](int line) {
+        return (block->Read(gpio::kClearReg[gpio::BankOf(line)]) & gpio::BitOf(line)) != 0;
+    };
+    auto output = [&](int line) {
+        return (block->Read(gpio::kDirectionReg[gpio::BankOf(line)]) & gpio::BitOf(line)) != 0;
+    };
+    EXPECT_TRUE(low(21) && !high(21) && output(21));
+    EXPECT_TRUE(high(99) && !low(99) && output(99));
+
+    // Close stops the heartbeat: nothing is reported any more.
+    ASSERT_EQ(Call(L"TimerStart", {I2(9), R8(0)}), S_OK);
+    ASSERT_EQ(Call(L"Close", {}), S_OK);
+    ASSERT_EQ(Call(L"Close", {}), S_OK);
+    bool marker = false;
+    ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP + 8, 0, 0));
+    PumpUntil([&] { return marker; }, 30000, [&](const MSG& m) { marker |= (m.message == WM_APP + 8); });
+    EXPECT_TRUE(Events(kTimerEnded).empty());
+    EXPECT_EQ(Call(L"TimerStart", {I2(9), R8(0)}), E_FAIL);
+    EXPECT_EQ(capture.Lines().back(), L"TimerStart - Open() not called beforehand.\r\n");
+}
+
+}  // namespace

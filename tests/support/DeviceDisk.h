@@ -1,0 +1,27 @@
+// Provisioning the device disk a test runs on: the params file, the flash
+// block image, the NVRAM simulation file.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+// A params file with every key the control checks: sessions weekly from
+// Mon 02 Feb 2004 09:00 for 2 hours, 2 makeup days, daily practice sessions
+// until Mon 09 Feb 2004.
+extern const char kBenchParams[];
+
+bool WriteDiskFile(const std::wstring& path, const std::string& bytes);
+void DeleteDiskFile(const std::wstring& path);
+bool DiskFileExists(const std::wstring& path);
+
+// params.txt as given, and a device whose flash was never written and that
+// has no simulation file: the NVRAM comes up with its defaults.
+void ProvisionDisk(const std::string& params = kBenchParams);
+
+// A 35-byte NVRAM image.
+std::string NVRAMImage(DWORD deviceId, ULONGLONG prevSession, short pictureIndex, const std::string& keyBlob,
+                       BYTE version = 2, const char* magic = "QVMR");
+// A 4660-byte configuration block: the boot loader's magic, nvram at the
+// NVRAM area, and the rest erased.
+std::string ConfigBlock(const std::string& nvram);
