@@ -66,7 +66,7 @@ public:
     bool SimCapsitRightUp(DWORD ticksSinceGo);
     bool SimPegsMap(DWORD ticksSinceGo, WORD pegsInLeft, WORD pegsInRight);
 
-    LRESULT WndProcMethod(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
+    LRESULT WindowProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
 
     // The message that carries a packet copy to the window.
     static constexpr UINT kPacketMessage = WM_USER + 1;

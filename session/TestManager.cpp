@@ -534,3 +534,5 @@ short CTestManager::FreeStoreMB()
     }
     return MegabytesCapped(free.QuadPart);
 }
+
+void CTestManager::RecordHC08Packet(const BYTE*) {}

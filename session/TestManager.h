@@ -60,6 +60,10 @@ public:
     // Megabytes in a byte count, as FreeStoreMB reports them.
     static short MegabytesCapped(ULONGLONG bytes);
 
+    // One packet received from the microcontroller, for the running
+    // recording (called on the link's reader thread).
+    void RecordHC08Packet(const BYTE* pPack);
+
     // Deletes every file in "\Device Temp".
     void ClearTempFiles();
 
