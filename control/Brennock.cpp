@@ -434,34 +434,66 @@ STDMETHODIMP CBrennock::put_PracticeMode(short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::ActivityConfig(short, BSTR, short, short)
+STDMETHODIMP CBrennock::ActivityConfig(short testID, BSTR testName, short maxDurationSecs, short uiTimeoutSecs)
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityConfig - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (testName == nullptr) {
+        DebugOut(L"ActivityConfig - null testName.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pTestManager->SetTestConfig(testID, testName, maxDurationSecs, uiTimeoutSecs)) {
+        DebugOut(L"ActivityConfig - SetTestConfig failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::ActivityStart(short)
+STDMETHODIMP CBrennock::ActivityStart(short doBeep)
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityStart(doBeep != 0)) {
+        DebugOut(L"ActivityStart - ActivityStart failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::ActivityEndNormal()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityEndNormal - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityEnd(true)) {
+        DebugOut(L"ActivityEndNormal - ActivityEnd failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::ActivityCancel()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityCancel - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityEnd(false)) {
+        DebugOut(L"ActivityCancel - ActivityEnd failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::QuestionResponse(BSTR, BSTR)
+STDMETHODIMP CBrennock::QuestionResponse(BSTR questionID, BSTR responseID)
 {
     BRENNOCK_GUARD(m_pTestManager, L"QuestionResponse - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (questionID == nullptr) {
+        DebugOut(L"QuestionResponse - null questionID.\r\n");
+        return E_FAIL;
+    }
+    if (responseID == nullptr) {
+        DebugOut(L"QuestionResponse - null responseID.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pTestManager->RecordQuestionResponse(questionID, responseID)) {
+        DebugOut(L"QuestionResponse - RecordQuestionResponse failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::WatchSaveStart(BSTR)
@@ -678,7 +710,11 @@ STDMETHODIMP CBrennock::put_CurrentFolder(BSTR newVal)
 STDMETHODIMP CBrennock::ActivityBeep()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityBeep - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityBeep()) {
+        DebugOut(L"ActivityBeep - ActivityBeep failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_HaveHardware(short* pVal)
