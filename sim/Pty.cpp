@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -83,6 +84,19 @@ bool PtyMaster::Open(std::string* error)
     if (m_slave < 0 || !MakeRaw(m_slave, 115200)) {
         *error = m_slavePath + ": " + std::strerror(errno);
         Close();
+        return false;
+    }
+    return true;
+}
+
+bool PtyMaster::ClaimAsControllingTerminal(std::string* error)
+{
+    if (getsid(0) != getpid() && setsid() < 0) {
+        *error = std::string("setsid: ") + std::strerror(errno);
+        return false;
+    }
+    if (ioctl(m_slave, TIOCSCTTY, 0) != 0) {
+        *error = std::string("TIOCSCTTY: ") + std::strerror(errno);
         return false;
     }
     return true;

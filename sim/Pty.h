@@ -21,6 +21,14 @@ public:
     bool Open(std::string* error);
     void Close();
 
+    // Makes the slave this process's controlling terminal, in a session of
+    // its own. Wine's server opens device files without asking not to take
+    // them as its terminal, and being a session leader without one, it would
+    // take this one and get a hang-up signal when the simulator ends. A
+    // terminal belongs to one session only, so claiming it first keeps it
+    // out of every other.
+    bool ClaimAsControllingTerminal(std::string* error);
+
     int Fd() const { return m_master; }
     const std::string& SlavePath() const { return m_slavePath; }
 

@@ -277,7 +277,7 @@ bool Mcu::Start(int argc, char** argv)
         return false;
     }
     m_reader = new sim::GpioEdgeReader(m_block);
-    if (!m_pty.Open(&error)) {
+    if (!m_pty.Open(&error) || !m_pty.ClaimAsControllingTerminal(&error)) {
         std::fprintf(stderr, "brennock-mcu: %s\n", error.c_str());
         return false;
     }
@@ -798,6 +798,7 @@ int main(int argc, char** argv)
     std::signal(SIGTERM, OnSignal);
     std::signal(SIGINT, OnSignal);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
     Mcu mcu;
     if (!mcu.Start(argc, argv))
         return 2;
