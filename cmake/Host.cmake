@@ -31,3 +31,8 @@ target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simgpio GTest::g
 # The end-to-end tests start the simulators themselves.
 target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
 add_dependencies(test_sim brennock-mcu)
+
+# Modem lines for the bench's pseudo-terminal serial ports (preloaded into
+# Wine by scripts/winrun; see the source).
+add_library(ptymodem SHARED ${CMAKE_SOURCE_DIR}/sim/ptymodem.c)
+target_link_libraries(ptymodem PRIVATE dl)

@@ -212,8 +212,6 @@ void CHC08::Close()
     HANDLE port = m_hPort;
     m_hPort = INVALID_HANDLE_VALUE;
     if (port != INVALID_HANDLE_VALUE) {
-        // Wakes a reader blocked in WaitCommEvent at once.
-        SetCommMask(port, 0);
         CloseHandle(port);
     }
     delete[] m_portName;
