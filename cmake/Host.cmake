@@ -14,10 +14,25 @@ add_library(brennock_simgpio STATIC ${CMAKE_SOURCE_DIR}/sim/GpioBlock.cpp)
 add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
 target_link_libraries(brennock-panel PRIVATE brennock_simgpio)
 
+# The sensor microcontroller: packets, pseudo-terminal and scenario pieces in
+# a library its tests link too.
+add_library(brennock_simmcu STATIC ${CMAKE_SOURCE_DIR}/sim/McuPacket.cpp
+  ${CMAKE_SOURCE_DIR}/sim/McuScript.cpp ${CMAKE_SOURCE_DIR}/sim/Pty.cpp)
+add_executable(brennock-mcu ${CMAKE_SOURCE_DIR}/sim/mcu.cpp)
+target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simgpio)
+
 # Native tests of the simulators' pieces (run by the Windows half's CTest).
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 file(GLOB SIM_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/sim/*_test.cpp)
 add_executable(test_sim ${SIM_TEST_SOURCES})
-target_link_libraries(test_sim PRIVATE brennock_simgpio GTest::gtest_main)
+target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simgpio GTest::gtest_main)
+# The end-to-end tests start the simulators themselves.
+target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
+add_dependencies(test_sim brennock-mcu)
+
+# Modem lines for the bench's pseudo-terminal serial ports (preloaded into
+# Wine by scripts/winrun; see the source).
+add_library(ptymodem SHARED ${CMAKE_SOURCE_DIR}/sim/ptymodem.c)
+target_link_libraries(ptymodem PRIVATE dl)

@@ -8,6 +8,7 @@
 #include "diag/Assert.h"
 #include "diag/DebugLog.h"
 #include "diag/DebugOut.h"
+#include "mcu/HC08.h"
 #include "panel/GpioPins.h"
 #include "session/NVRAMBoard.h"
 #include "session/StoredParams.h"
@@ -285,6 +286,12 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - Gpio manager create failed.\r\n");
         return S_OK;
     }
+    m_pHC08 = new (std::nothrow) CHC08(BrennockModule::Instance(), static_cast<IManagerSite*>(this));
+    if (m_pHC08 == nullptr) {
+        AssertAt(212);
+        DebugOut(L"Open - new HC08 failed.\r\n");
+        return S_OK;
+    }
 
     // Opening, in its own order: audio, NVRAM, stored parameters, test
     // manager, GPIO, microcontroller link, watch. The debug log is never
@@ -308,6 +315,10 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - Gpio manager open failed.\r\n");
         return S_OK;
     }
+    if (!m_pHC08->Open()) {
+        DebugOut(L"Open - HC08 open failed.\r\n");
+        return S_OK;
+    }
 
     ok = 1;
     return S_OK;
@@ -320,6 +331,8 @@ STDMETHODIMP CBrennock::Close()
     // deleted.
     if (m_pGpio != nullptr)
         m_pGpio->Close();
+    if (m_pHC08 != nullptr)
+        m_pHC08->Close();
     if (m_pNVRAM != nullptr)
         m_pNVRAM->Close();
     if (m_pStoredParams != nullptr)
@@ -332,6 +345,10 @@ STDMETHODIMP CBrennock::Close()
     if (m_pGpio != nullptr) {
         delete m_pGpio;
         m_pGpio = nullptr;
+    }
+    if (m_pHC08 != nullptr) {
+        delete m_pHC08;
+        m_pHC08 = nullptr;
     }
     if (m_pNVRAM != nullptr) {
         delete m_pNVRAM;
@@ -417,34 +434,66 @@ STDMETHODIMP CBrennock::put_PracticeMode(short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::ActivityConfig(short, BSTR, short, short)
+STDMETHODIMP CBrennock::ActivityConfig(short testID, BSTR testName, short maxDurationSecs, short uiTimeoutSecs)
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityConfig - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (testName == nullptr) {
+        DebugOut(L"ActivityConfig - null testName.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pTestManager->SetTestConfig(testID, testName, maxDurationSecs, uiTimeoutSecs)) {
+        DebugOut(L"ActivityConfig - SetTestConfig failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::ActivityStart(short)
+STDMETHODIMP CBrennock::ActivityStart(short doBeep)
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityStart(doBeep != 0)) {
+        DebugOut(L"ActivityStart - ActivityStart failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::ActivityEndNormal()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityEndNormal - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityEnd(true)) {
+        DebugOut(L"ActivityEndNormal - ActivityEnd failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::ActivityCancel()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityCancel - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityEnd(false)) {
+        DebugOut(L"ActivityCancel - ActivityEnd failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::QuestionResponse(BSTR, BSTR)
+STDMETHODIMP CBrennock::QuestionResponse(BSTR questionID, BSTR responseID)
 {
     BRENNOCK_GUARD(m_pTestManager, L"QuestionResponse - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (questionID == nullptr) {
+        DebugOut(L"QuestionResponse - null questionID.\r\n");
+        return E_FAIL;
+    }
+    if (responseID == nullptr) {
+        DebugOut(L"QuestionResponse - null responseID.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pTestManager->RecordQuestionResponse(questionID, responseID)) {
+        DebugOut(L"QuestionResponse - RecordQuestionResponse failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::WatchSaveStart(BSTR)
@@ -465,76 +514,124 @@ STDMETHODIMP CBrennock::WatchDataDestroyStart()
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::SimHC08Reset(short, short, short, double, short)
+STDMETHODIMP CBrennock::SimHC08Reset(short hc08Rev, short hc08Build, short resetSource, double tickHz, short postResult)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimHC08Reset - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimHC08Reset(hc08Rev, hc08Build, resetSource, static_cast<long>(tickHz), postResult)) {
+        DebugOut(L"SimHC08Reset - CHC08::SimHC08Reset failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimTimerGo(LONG)
+STDMETHODIMP CBrennock::SimTimerGo(LONG ticksAtGo)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimTimerGo - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimTimerGo(static_cast<DWORD>(ticksAtGo))) {
+        DebugOut(L"SimTimerGo - CHC08::SimTimerGo failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimTimerRollover()
 {
     BRENNOCK_GUARD(m_pHC08, L"SimTimerRollover - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimTimerRollover()) {
+        DebugOut(L"SimTimerRollover - CHC08::SimTimerRollover failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimDigitoLeftDownward(LONG, LONG)
+STDMETHODIMP CBrennock::SimDigitoLeftDownward(LONG ticksSinceGo, LONG bDeltaTicks)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimDigitoLeftDownward - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimDigitoLeftDownward(static_cast<DWORD>(ticksSinceGo), static_cast<DWORD>(bDeltaTicks))) {
+        DebugOut(L"SimDigitoLeftDownward - CHC08::SimDigitoLeftDownward failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimDigitoLeftUpward(LONG, LONG)
+STDMETHODIMP CBrennock::SimDigitoLeftUpward(LONG ticksSinceGo, LONG bDeltaTicks)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimDigitoLeftUpward - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimDigitoLeftUpward(static_cast<DWORD>(ticksSinceGo), static_cast<DWORD>(bDeltaTicks))) {
+        DebugOut(L"SimDigitoLeftUpward - CHC08::SimDigitoLeftUpward failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimDigitoRightDownward(LONG, LONG)
+STDMETHODIMP CBrennock::SimDigitoRightDownward(LONG ticksSinceGo, LONG bDeltaTicks)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimDigitoRightDownward - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimDigitoRightDownward(static_cast<DWORD>(ticksSinceGo), static_cast<DWORD>(bDeltaTicks))) {
+        DebugOut(L"SimDigitoRightDownward - CHC08::SimDigitoRightDownward failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimDigitoRightUpward(LONG, LONG)
+STDMETHODIMP CBrennock::SimDigitoRightUpward(LONG ticksSinceGo, LONG bDeltaTicks)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimDigitoRightUpward - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimDigitoRightUpward(static_cast<DWORD>(ticksSinceGo), static_cast<DWORD>(bDeltaTicks))) {
+        DebugOut(L"SimDigitoRightUpward - CHC08::SimDigitoRightUpward failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimCapsitLeftDown(LONG)
+STDMETHODIMP CBrennock::SimCapsitLeftDown(LONG ticksSinceGo)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimCapsitLeftDown - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimCapsitLeftDown(static_cast<DWORD>(ticksSinceGo))) {
+        DebugOut(L"SimCapsitLeftDown - CHC08::SimCapsitLeftDown failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimCapsitLeftUp(LONG)
+STDMETHODIMP CBrennock::SimCapsitLeftUp(LONG ticksSinceGo)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimCapsitLeftUp - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimCapsitLeftUp(static_cast<DWORD>(ticksSinceGo))) {
+        DebugOut(L"SimCapsitLeftUp - CHC08::SimCapsitLeftUp failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimCapsitRightDown(LONG)
+STDMETHODIMP CBrennock::SimCapsitRightDown(LONG ticksSinceGo)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimCapsitRightDown - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimCapsitRightDown(static_cast<DWORD>(ticksSinceGo))) {
+        DebugOut(L"SimCapsitRightDown - CHC08::SimCapsitRightDown failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimCapsitRightUp(LONG)
+STDMETHODIMP CBrennock::SimCapsitRightUp(LONG ticksSinceGo)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimCapsitRightUp - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimCapsitRightUp(static_cast<DWORD>(ticksSinceGo))) {
+        DebugOut(L"SimCapsitRightUp - CHC08::SimCapsitRightUp failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::SimPegsMap(LONG, short, short)
+STDMETHODIMP CBrennock::SimPegsMap(LONG ticksSinceGo, short pegsInLeft, short pegsInRight)
 {
     BRENNOCK_GUARD(m_pHC08, L"SimPegsMap - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SimPegsMap(static_cast<DWORD>(ticksSinceGo), static_cast<WORD>(pegsInLeft), static_cast<WORD>(pegsInRight))) {
+        DebugOut(L"SimPegsMap - CHC08::SimPegsMap failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimWatchVisible(short isVisible)
@@ -613,7 +710,11 @@ STDMETHODIMP CBrennock::put_CurrentFolder(BSTR newVal)
 STDMETHODIMP CBrennock::ActivityBeep()
 {
     BRENNOCK_GUARD(m_pTestManager, L"ActivityBeep - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pTestManager->ActivityBeep()) {
+        DebugOut(L"ActivityBeep - ActivityBeep failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::get_HaveHardware(short* pVal)
@@ -852,16 +953,23 @@ STDMETHODIMP CBrennock::SimWatchDataDestroyEnded(short)
     return E_FAIL;
 }
 
-STDMETHODIMP CBrennock::get_MaskWithNoise(short*)
+STDMETHODIMP CBrennock::get_MaskWithNoise(short* pVal)
 {
     BRENNOCK_GUARD(m_pHC08, L"get_MaskWithNoise - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pHC08->NoiseOn() ? 1 : 0;
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_MaskWithNoise(short)
+STDMETHODIMP CBrennock::put_MaskWithNoise(short newVal)
 {
     BRENNOCK_GUARD(m_pHC08, L"put_MaskWithNoise - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pHC08->SetNoiseOn(newVal != 0)) {
+        DebugOut(L"put_MaskWithNoise - CHC08::SetNoiseOn failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::AssertWrite(BSTR filename, short lineNum, BSTR message)

@@ -8,9 +8,14 @@
 // counts of local time, so a session due at 09:00 stays at 09:00 across a
 // daylight-saving change.
 //
-// The manager also owns a hidden message window ("TestManangerMessageWin")
-// with a 500 ms timer and a lock for the recording of a running activity;
-// the activities themselves are run by the activity half of this class.
+// Within a session the script runs tests one at a time: a test is configured
+// (SetTestConfig), then run as an activity (ActivityStart .. ActivityEnd).
+// Tests 1 to 6 are sensor tests: every microcontroller packet that arrives
+// while one runs is recorded and saved to its ".motr" file at the end.
+// Test 7 is the questionnaire: its answers are saved as a small text file.
+// The hidden message window ("TestManangerMessageWin") ticks every 500 ms to
+// end an activity whose time is up; m_lock guards the recording, which the
+// microcontroller link's reader thread appends to.
 #pragma once
 
 #include <windows.h>
@@ -19,6 +24,8 @@
 #include "control/ManagerSite.h"
 
 class CAudio;
+class CHC08PackList;
+class CQuestions;
 
 class CTestManager
 {
@@ -63,6 +70,33 @@ public:
     // Deletes every file in "\Device Temp".
     void ClearTempFiles();
 
+    // Activities.
+    bool SetTestConfig(int testID, const wchar_t* testName, int maxDurationSecs, int uiTimeout);
+    bool ActivityStart(bool goArg);
+    // normal: the script ended it; else a cancel.
+    bool ActivityEnd(bool normal);
+    bool ActivityBeep();
+    bool ActivityRunning() const { return m_activityRunning; }
+    int CurrentTestID() const { return m_curTestID; }
+    const wchar_t* TestName() const { return m_testName; }
+
+    // One packet as received from the microcontroller, for the running
+    // recording. Called on the link's reader thread.
+    void RecordHC08Packet(const BYTE* pPacket);
+    bool RecordQuestionResponse(const wchar_t* questionID, const wchar_t* responseID);
+
+    // Seeds pList (taken over) with the reset note and a pegs map at tick 0
+    // and makes it the running activity's recording. ActivityStart does this
+    // with what the microcontroller link holds.
+    void StartRecording(CHC08PackList* pList, const BYTE* pResetPacket, WORD pegsInLeft, WORD pegsInRight);
+
+    // Writes pList to fname as a ".motr" file.
+    static bool SaveHC08PackList(CHC08PackList* pList, const wchar_t* fname);
+
+    // The 500 ms check: whether a deadline on the millisecond tick has come,
+    // across the tick's 49.7-day wrap.
+    static bool DeadlinePassed(DWORD now, DWORD deadline);
+
     LRESULT WindowProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lParam);
 
 private:
@@ -72,6 +106,10 @@ private:
     // Packages the session's files for the server at a normal end.
     bool PackageSession();
     void OnTimer();
+    bool InitHC08PacketList();
+    // Takes the recording out of the manager (under the lock).
+    CHC08PackList* TakePacketList();
+    void SetRunning(bool running);
 
     HINSTANCE m_hInstance;
     IManagerSite* m_pSite;
@@ -93,8 +131,17 @@ private:
     unsigned m_fileSequence;
     wchar_t* m_currentFolder;
 
-    // The running activity's state; the activity half keeps it.
+    // The activity: running, its deadline on the ms tick (0 = none), and
+    // the configured test.
     bool m_activityRunning;
+    DWORD m_deadline;
+    int m_curTestID;
     wchar_t* m_testName;
+    int m_maxDurationSecs;
+    int m_uiTimeout;  // kept for the script host
+    // The running sensor test's packets; guarded by m_lock, which the reader
+    // thread takes to append.
+    CHC08PackList* m_pPackList;
+    CQuestions* m_pQuestions;
     CRITICAL_SECTION m_lock;
 };

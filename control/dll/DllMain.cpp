@@ -49,6 +49,15 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID)
 {
     if (reason == DLL_PROCESS_ATTACH) {
         DisableThreadLibraryCalls(instance);
+        // Once loaded, the control stays loaded for the life of the process.
+        // Its statically linked threading runtime keeps per-thread data that
+        // does not survive the module being unloaded and loaded again (a
+        // host that frees unused libraries between two uses of the control
+        // would crash in the runtime's thread-exit callback), so a FreeLibrary
+        // after DllCanUnloadNow leaves the image in place.
+        HMODULE self = nullptr;
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                           reinterpret_cast<LPCWSTR>(&DllMain), &self);
         BrennockModule::Init(instance);
     } else if (reason == DLL_PROCESS_DETACH) {
         BrennockModule::Term();

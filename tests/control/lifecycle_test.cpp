@@ -118,10 +118,12 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         EXPECT_EQ(control->SimWatchDataDestroyEnded(0), E_FAIL);
         EXPECT_EQ(control->SimWatchSaveProgress(50), S_OK);
         EXPECT_TRUE(capture.Lines().empty());
-        short ok = -1;
-        ASSERT_EQ(control->Open(&ok), S_OK);
-        EXPECT_EQ(ok, 1);
-        capture.Clear();
+        if (pass == 0) {
+            short ok = -1;
+            ASSERT_EQ(control->Open(&ok), S_OK);
+            EXPECT_EQ(ok, 1);
+            capture.Clear();
+        }
     }
 }
 

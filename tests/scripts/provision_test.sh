@@ -19,7 +19,7 @@ cp -R "$root/examples/disk/." "$disk/"
 check "nvimage reads back what it wrote" \
   grep -q "^DEVICEID: *0000001234$" <("$host/nvimage" --dump "$disk/Hard Disk/simnvram.bin")
 
-out=$("$root/scripts/winrun" --no-build --disk "$disk" cscript //nologo "$root/examples/hello.js" | tr -d '\r')
+out=$("$root/scripts/simrun" --no-build --disk "$disk" -- cscript //nologo "$root/examples/hello.js" | tr -d '\r')
 echo "$out"
 check "Open on the provisioned disk" grep -q "^Open() returned 1$" <<<"$out"
 check "the device ID from the simulation file" grep -q "^device ID: *0000001234$" <<<"$out"

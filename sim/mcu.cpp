@@ -1,0 +1,811 @@
+// brennock-mcu: the sensor microcontroller on the bench. It holds the master
+// of a pseudo-terminal whose slave the control opens as its serial port,
+// follows the control's reset and go lines in the GPIO block file, answers
+// them (reset note, timer go) at its own tick counter, answers the noise
+// command and plays a scenario of sensor packets, faults and bad bytes.
+//
+//   brennock-mcu --disk DIR [options]
+//
+// Commands (the --script file, lines appended to the command file, standard
+// input): see sim/McuScript.h and README.md, "Microcontroller simulator".
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <fcntl.h>
+#include <poll.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "sim/GpioBlock.h"
+#include "sim/McuPacket.h"
+#include "sim/McuScript.h"
+#include "sim/Pty.h"
+
+namespace {
+
+using sim::mcu::Bytes;
+
+volatile std::sig_atomic_t g_stop = 0;
+
+void OnSignal(int)
+{
+    g_stop = 1;
+}
+
+constexpr unsigned kLineReset = 13;
+constexpr unsigned kLineBeep = 20;
+constexpr unsigned kLineGo = 21;
+
+// 115200 baud, start + 8 data + stop bits: one byte every 86.8 microseconds.
+constexpr double kByteMs = 10.0 * 1000.0 / 115200.0;
+
+// The shortest sleep between writes at line rate (about 6 bytes' time).
+constexpr double kLinePollMs = 0.5;
+
+// How long a latency round waits for the host's noise command.
+constexpr double kLatencyTimeoutMs = 5000;
+
+double NowMs()
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000.0 + ts.tv_nsec / 1e6;
+}
+
+bool ParseUnsigned(const char* s, unsigned long max, unsigned long* value)
+{
+    char* end = nullptr;
+    errno = 0;
+    unsigned long v = std::strtoul(s, &end, 0);
+    if (errno != 0 || *end != '\0' || *s == '\0' || *s == '-' || v > max)
+        return false;
+    *value = v;
+    return true;
+}
+
+struct CommandSource
+{
+    const char* what;
+    int fd = -1;
+    bool follow = false;
+    bool done = false;
+    std::string pending;
+    std::deque<std::string> lines;
+    double resumeAt = 0;
+};
+
+// Bytes waiting for the line, in order.
+struct Chunk
+{
+    enum Tag { kPlain, kLatencyProbe, kBurstLast };
+    Bytes bytes;
+    size_t offset = 0;
+    double pauseAfterMs = 0;  // the second half of a split packet waits this long
+    Tag tag = kPlain;
+};
+
+class Mcu
+{
+public:
+    bool Start(int argc, char** argv);
+    int Run();
+
+private:
+    void Usage();
+    void Out(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    void Send(const Bytes& bytes, const char* what);
+    void Queue(Bytes bytes, double pauseAfterMs = 0, Chunk::Tag tag = Chunk::kPlain);
+    bool Idle() const;
+
+    uint64_t UnwrappedTicks() const;
+    uint32_t Ticks() const { return static_cast<uint32_t>(UnwrappedTicks() % sim::mcu::kTickModulus); }
+    void SetTicks(uint64_t value);
+    void CheckRollover();
+
+    void Restart(const char* why);
+    void DrainEdges();
+    void CheckLineSettings();
+    void ReadHost();
+    void HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noiseOn, bool garbage);
+    void ServeOutput();
+    void Generate();
+    void ChunkDone(const Chunk& chunk);
+    void ServeLatency();
+    void ReportLatency();
+
+    void Execute(CommandSource& source, const std::string& line);
+    void ReadSource(CommandSource& source);
+    void ServeSource(CommandSource& source);
+
+    sim::GpioBlockFile m_block;
+    sim::GpioEdgeReader* m_reader = nullptr;
+    sim::PtyMaster m_pty;
+    int m_log = -1;
+    bool m_quiet = false;
+    bool m_quit = false;
+    double m_t0 = 0;
+    std::vector<CommandSource> m_sources;
+
+    // What the microcontroller is.
+    sim::mcu::ResetInfo m_info;
+    double m_tickRate = -1;       // ticks a second; default the reported tickHz
+    uint32_t m_tickStart = 0;
+    double m_resetDelayMs = 0;
+    bool m_silent = false;
+    bool m_fullRate = false;
+
+    // Tick counter: m_tickBase at m_tickBaseMs, counting on at m_tickRate.
+    uint64_t m_tickBase = 0;
+    double m_tickBaseMs = 0;
+    uint64_t m_wrapsSent = 0;
+
+    // Lines.
+    bool m_inReset = false;
+    bool m_beep = false;
+    double m_resetNoteAt = -1;
+    std::string m_lineSettings;
+
+    // Output.
+    std::deque<Chunk> m_out;
+    double m_nextByteMs = 0;  // line rate: when the line can take the next byte
+    double m_holdUntil = 0;   // a split packet's pause
+    bool m_waitWritable = false;
+
+    // Host bytes.
+    Bytes m_rx;
+    bool m_noiseOn = false;
+
+    // burst N
+    bool m_burst = false;
+    uint32_t m_burstSent = 0, m_burstCount = 0, m_burstMade = 0;
+    uint64_t m_burstBytes = 0;
+    std::string m_burstKind;
+    double m_burstStart = -1;
+
+    // latency N
+    bool m_latency = false;
+    uint32_t m_latencyLeft = 0, m_latencyCount = 0, m_latencyMissed = 0;
+    std::string m_latencyKind;
+    enum { kProbeNext, kProbeQueued, kProbeOut } m_probe = kProbeNext;
+    double m_probeSentMs = 0;
+    std::vector<double> m_samplesUs;
+};
+
+void Mcu::Usage()
+{
+    std::fprintf(stderr,
+                 "usage: brennock-mcu --disk DIR [--pty-path FILE] [--ready FILE] [--script FILE]\n"
+                 "                    [--log FILE] [--commands FILE] [--quiet] [--silent]\n"
+                 "                    [--rate line|full] [--reset-delay MS] [--rev N] [--build N]\n"
+                 "                    [--reset-source N] [--tick-hz N] [--post N]\n"
+                 "                    [--tick-rate N] [--tick-start N]\n"
+                 "  --disk DIR        block DIR/" BRENNOCK_GPIO_BLOCK_FILE
+                 ", log DIR/mcu.log, commands appended to DIR/mcu.cmd\n"
+                 "  --pty-path FILE   written with the pseudo-terminal slave's path (the COM port)\n"
+                 "  --ready FILE      made once the terminal is open and the block mapped\n"
+                 "  --silent          never answer a reset pulse\n"
+                 "  --rate line|full  pace bytes at 115200 baud (default), or as fast as the terminal takes them\n"
+                 "  --reset-delay MS  between the end of a reset pulse and the reset note (default 0)\n"
+                 "  --rev, --build, --reset-source, --tick-hz, --post   the reset note's fields\n"
+                 "                    (defaults 1, 0, 0, 1000, 0)\n"
+                 "  --tick-rate N     ticks a second (default: the tick-hz; 0 stops the counter)\n"
+                 "  --tick-start N    the counter after a reset (default 0)\n"
+                 "  --quiet           nothing on standard output (the log still gets everything)\n");
+}
+
+bool Mcu::Start(int argc, char** argv)
+{
+    std::string block, log, commands, script, ready, ptyPath;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        const char* v = (i + 1 < argc) ? argv[i + 1] : nullptr;
+        unsigned long n = 0;
+        auto number = [&](unsigned long max) {
+            if (v == nullptr || !ParseUnsigned(v, max, &n))
+                return false;
+            ++i;
+            return true;
+        };
+        if (a == "--disk" && v) {
+            block = std::string(v) + "/" BRENNOCK_GPIO_BLOCK_FILE;
+            log = std::string(v) + "/mcu.log";
+            commands = std::string(v) + "/mcu.cmd";
+            ++i;
+        } else if (a == "--block" && v) {
+            block = v, ++i;
+        } else if (a == "--log" && v) {
+            log = v, ++i;
+        } else if (a == "--commands" && v) {
+            commands = v, ++i;
+        } else if (a == "--script" && v) {
+            script = v, ++i;
+        } else if (a == "--ready" && v) {
+            ready = v, ++i;
+        } else if (a == "--pty-path" && v) {
+            ptyPath = v, ++i;
+        } else if (a == "--quiet") {
+            m_quiet = true;
+        } else if (a == "--silent") {
+            m_silent = true;
+        } else if (a == "--rate" && v && (std::string(v) == "line" || std::string(v) == "full")) {
+            m_fullRate = (std::string(v) == "full");
+            ++i;
+        } else if (a == "--reset-delay" && number(600000)) {
+            m_resetDelayMs = static_cast<double>(n);
+        } else if (a == "--rev" && number(0xFF)) {
+            m_info.rev = static_cast<uint8_t>(n);
+        } else if (a == "--build" && number(0xFF)) {
+            m_info.build = static_cast<uint8_t>(n);
+        } else if (a == "--reset-source" && number(0xFF)) {
+            m_info.source = static_cast<uint8_t>(n);
+        } else if (a == "--tick-hz" && number(0xFFFFFFFF)) {
+            m_info.tickHz = static_cast<uint32_t>(n);
+        } else if (a == "--post" && number(0xFF)) {
+            m_info.post = static_cast<uint8_t>(n);
+        } else if (a == "--tick-rate" && number(100000000)) {
+            m_tickRate = static_cast<double>(n);
+        } else if (a == "--tick-start" && number(sim::mcu::kTickModulus - 1)) {
+            m_tickStart = static_cast<uint32_t>(n);
+        } else {
+            Usage();
+            return false;
+        }
+    }
+    if (block.empty()) {
+        Usage();
+        return false;
+    }
+    if (m_tickRate < 0)
+        m_tickRate = m_info.tickHz;
+
+    m_t0 = NowMs();
+    if (!log.empty()) {
+        m_log = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        if (m_log < 0) {
+            std::fprintf(stderr, "brennock-mcu: %s: %s\n", log.c_str(), std::strerror(errno));
+            return false;
+        }
+    }
+    std::string error;
+    if (!m_block.Open(block, &error)) {
+        std::fprintf(stderr, "brennock-mcu: %s\n", error.c_str());
+        return false;
+    }
+    m_reader = new sim::GpioEdgeReader(m_block);
+    if (!m_pty.Open(&error) || !m_pty.ClaimAsControllingTerminal(&error)) {
+        std::fprintf(stderr, "brennock-mcu: %s\n", error.c_str());
+        return false;
+    }
+
+    if (!script.empty()) {
+        CommandSource s;
+        s.what = "script";
+        s.fd = ::open(script.c_str(), O_RDONLY | O_CLOEXEC);
+        if (s.fd < 0) {
+            std::fprintf(stderr, "brennock-mcu: %s: %s\n", script.c_str(), std::strerror(errno));
+            return false;
+        }
+        m_sources.push_back(s);
+    }
+    if (!commands.empty()) {
+        CommandSource s;
+        s.what = "command file";
+        s.follow = true;
+        s.fd = ::open(commands.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+        if (s.fd < 0) {
+            std::fprintf(stderr, "brennock-mcu: %s: %s\n", commands.c_str(), std::strerror(errno));
+            return false;
+        }
+        ::lseek(s.fd, 0, SEEK_END);  // only what is appended from now on
+        m_sources.push_back(s);
+    }
+    CommandSource in;
+    in.what = "stdin";
+    in.fd = 0;
+    m_sources.push_back(in);
+
+    SetTicks(m_tickStart);
+    Out("mcu: port %s, block %s, rate %s%s", m_pty.SlavePath().c_str(), block.c_str(),
+        m_fullRate ? "full" : "line", m_silent ? ", silent" : "");
+    Out("mcu: reset note rev %u build %u source %u tickHz %u post %u, delay %.0f ms; "
+        "ticks from 0x%06X at %.0f a second",
+        m_info.rev, m_info.build, m_info.source, m_info.tickHz, m_info.post, m_resetDelayMs, m_tickStart,
+        m_tickRate);
+    CheckLineSettings();
+
+    if (!ptyPath.empty()) {
+        FILE* f = std::fopen(ptyPath.c_str(), "w");
+        if (f == nullptr) {
+            std::fprintf(stderr, "brennock-mcu: %s: %s\n", ptyPath.c_str(), std::strerror(errno));
+            return false;
+        }
+        std::fprintf(f, "%s\n", m_pty.SlavePath().c_str());
+        std::fclose(f);
+    }
+    if (!ready.empty()) {
+        int fd = ::open(ready.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (fd >= 0)
+            ::close(fd);
+    }
+    return true;
+}
+
+void Mcu::Out(const char* format, ...)
+{
+    char text[768];
+    int n = std::snprintf(text, sizeof(text), "%10.3f ", NowMs() - m_t0);
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text + n, sizeof(text) - n - 1, format, args);
+    va_end(args);
+    std::string line = std::string(text) + "\n";
+    if (!m_quiet) {
+        std::fputs(line.c_str(), stdout);
+        std::fflush(stdout);
+    }
+    if (m_log >= 0) {
+        ssize_t w = ::write(m_log, line.data(), line.size());
+        (void)w;
+    }
+}
+
+uint64_t Mcu::UnwrappedTicks() const
+{
+    return m_tickBase + static_cast<uint64_t>(std::floor((NowMs() - m_tickBaseMs) * m_tickRate / 1000.0));
+}
+
+void Mcu::SetTicks(uint64_t value)
+{
+    m_tickBase = value;
+    m_tickBaseMs = NowMs();
+    m_wrapsSent = 0;
+}
+
+// Each time the counter passes 2^24 the microcontroller says so.
+void Mcu::CheckRollover()
+{
+    const uint64_t wraps = UnwrappedTicks() / sim::mcu::kTickModulus;
+    while (m_wrapsSent < wraps && !m_inReset) {
+        ++m_wrapsSent;
+        Send(sim::mcu::TimerRollover(Ticks()), "timer rollover");
+    }
+}
+
+void Mcu::Send(const Bytes& bytes, const char* what)
+{
+    Out("send %s: %s", what, sim::mcu::Hex(bytes).c_str());
+    Queue(bytes);
+}
+
+void Mcu::Queue(Bytes bytes, double pauseAfterMs, Chunk::Tag tag)
+{
+    if (m_out.empty())
+        m_nextByteMs = std::max(m_nextByteMs, std::max(NowMs(), m_holdUntil));
+    Chunk c;
+    c.bytes = std::move(bytes);
+    c.pauseAfterMs = pauseAfterMs;
+    c.tag = tag;
+    m_out.push_back(std::move(c));
+}
+
+bool Mcu::Idle() const
+{
+    return m_out.empty() && !m_burst && !m_latency && NowMs() >= m_holdUntil;
+}
+
+void Mcu::Restart(const char* why)
+{
+    SetTicks(m_tickStart);
+    if (m_silent) {
+        Out("mcu: restarted (%s), ticks 0x%06X; silent: no reset note", why, m_tickStart);
+        return;
+    }
+    Out("mcu: restarted (%s), ticks 0x%06X", why, m_tickStart);
+    m_resetNoteAt = NowMs() + m_resetDelayMs;
+}
+
+void Mcu::DrainEdges()
+{
+    sim::GpioEdgeReader::Edge e;
+    uint32_t lost = 0;
+    while (m_reader->Next(&e, &lost)) {
+        if (lost != 0) {
+            Out("mcu: %u edges lost (fell behind the control)", lost);
+            lost = 0;
+        }
+        if (e.line == kLineReset && e.kind == gpio::kEdgeHigh) {
+            // Held in reset: whatever it was sending is gone.
+            Out("line 13 high: reset held");
+            m_inReset = true;
+            m_resetNoteAt = -1;
+            if (!m_out.empty() || m_burst || m_latency)
+                Out("mcu: output dropped by the reset");
+            m_out.clear();
+            m_holdUntil = 0;
+            m_burst = false;
+            m_latency = false;
+        } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
+            Out("line 13 low: reset released");
+            if (m_inReset) {
+                m_inReset = false;
+                Restart("reset pulse");
+            }
+        } else if (e.line == kLineBeep && (e.kind == gpio::kEdgeHigh || e.kind == gpio::kEdgeLow)) {
+            m_beep = (e.kind == gpio::kEdgeHigh);
+            Out("line 20 %s: beep request %s", m_beep ? "high" : "low", m_beep ? "on" : "off");
+        } else if (e.line == kLineGo && e.kind == gpio::kEdgeHigh) {
+            const uint32_t t = Ticks();
+            Out("line 21 high: go strobe, beep %s, timer go at ticks 0x%06X", m_beep ? "on" : "off", t);
+            if (m_inReset)
+                Out("mcu: in reset, go ignored");
+            else
+                Send(sim::mcu::TimerGo(t), "timer go");
+        } else if (e.line == kLineGo && e.kind == gpio::kEdgeLow) {
+            Out("line 21 low: go strobe end");
+        }
+    }
+    if (lost != 0)
+        Out("mcu: %u edges lost (fell behind the control)", lost);
+}
+
+void Mcu::CheckLineSettings()
+{
+    std::string now = sim::LineSettings(m_pty.Fd());
+    if (now != m_lineSettings) {
+        m_lineSettings = now;
+        Out("line settings %s", now.c_str());
+    }
+}
+
+void Mcu::ReadHost()
+{
+    uint8_t buffer[512];
+    for (;;) {
+        ssize_t n = ::read(m_pty.Fd(), buffer, sizeof(buffer));
+        if (n <= 0)
+            break;
+        m_rx.insert(m_rx.end(), buffer, buffer + n);
+    }
+    for (;;) {
+        uint8_t status = 0;
+        bool noiseOn = false, garbage = false;
+        size_t used = sim::mcu::ParseHostCommand(m_rx.data(), m_rx.size(), &status, &noiseOn, &garbage);
+        if (used == 0)
+            break;
+        HostCommand(m_rx.data(), used, status, noiseOn, garbage);
+        m_rx.erase(m_rx.begin(), m_rx.begin() + used);
+    }
+}
+
+void Mcu::HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noiseOn, bool garbage)
+{
+    const double now = NowMs();
+    if (garbage) {
+        Out("host: garbage byte %02X dropped", bytes[0]);
+        return;
+    }
+    if (m_latency && m_probe == kProbeOut) {
+        m_samplesUs.push_back((now - m_probeSentMs) * 1000.0);
+        m_probe = kProbeNext;
+        --m_latencyLeft;
+    }
+    const std::string hex = sim::mcu::Hex(bytes, n);
+    if (status == sim::mcu::kStatusAccepted) {
+        m_noiseOn = noiseOn;
+        Out("host: noise %s (%s)", noiseOn ? "on" : "off", hex.c_str());
+    } else if (status == sim::mcu::kStatusBadChecksum) {
+        Out("host: bad checksum (%s), status %u", hex.c_str(), status);
+    } else {
+        Out("host: unknown command (%s), status %u", hex.c_str(), status);
+    }
+    if (m_inReset)
+        return;
+    // During a latency run the answers stay off the log: the run's line says it all.
+    Bytes answer = sim::mcu::CmdResponse(Ticks(), status);
+    if (m_latency)
+        Queue(answer);
+    else
+        Send(answer, "command response");
+}
+
+// Packets of a burst are made as the line drains, so a burst of any length
+// needs little memory and each carries the tick it leaves at.
+void Mcu::Generate()
+{
+    size_t queued = 0;
+    for (const Chunk& c : m_out)
+        queued += c.bytes.size() - c.offset;
+    const size_t want = m_fullRate ? 4096 : 64;
+    while (m_burst && m_burstMade < m_burstCount && queued < want) {
+        Bytes p = sim::mcu::StreamPacket(m_burstKind, Ticks(), m_burstMade);
+        ++m_burstMade;
+        queued += p.size();
+        Queue(std::move(p), 0, m_burstMade == m_burstCount ? Chunk::kBurstLast : Chunk::kPlain);
+    }
+}
+
+void Mcu::ChunkDone(const Chunk& chunk)
+{
+    const double now = NowMs();
+    if (m_burst) {
+        ++m_burstSent;  // counts packets written
+        m_burstBytes += chunk.bytes.size();
+    }
+    if (chunk.tag == Chunk::kLatencyProbe && m_latency) {
+        m_probe = kProbeOut;
+        m_probeSentMs = now;
+    } else if (chunk.tag == Chunk::kBurstLast && m_burst) {
+        m_burst = false;
+        const double ms = now - m_burstStart;
+        Out("burst sent=%u bytes=%llu ms=%.3f kind=%s rate=%s packets_per_s=%.0f", m_burstSent,
+            static_cast<unsigned long long>(m_burstBytes), ms, m_burstKind.c_str(), m_fullRate ? "full" : "line",
+            ms > 0 ? m_burstSent * 1000.0 / ms : 0.0);
+    }
+}
+
+void Mcu::ServeOutput()
+{
+    m_waitWritable = false;
+    Generate();
+    while (!m_out.empty()) {
+        const double now = NowMs();
+        if (now < m_holdUntil)
+            return;
+        Chunk& c = m_out.front();
+        size_t allowed = c.bytes.size() - c.offset;
+        if (!m_fullRate) {
+            if (now < m_nextByteMs)
+                return;
+            allowed = std::min(allowed, static_cast<size_t>((now - m_nextByteMs) / kByteMs) + 1);
+        }
+        if (m_burst && m_burstStart < 0)
+            m_burstStart = now;
+        ssize_t n = ::write(m_pty.Fd(), c.bytes.data() + c.offset, allowed);
+        if (n < 0) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EIO)
+                m_waitWritable = true;  // the terminal is full (nobody reading)
+            else
+                Out("mcu: write failed: %s", std::strerror(errno));
+            return;
+        }
+        c.offset += static_cast<size_t>(n);
+        if (!m_fullRate)
+            m_nextByteMs += n * kByteMs;
+        if (c.offset < c.bytes.size())
+            continue;
+        Chunk done = std::move(c);
+        m_out.pop_front();
+        if (done.pauseAfterMs > 0) {
+            m_holdUntil = NowMs() + done.pauseAfterMs;
+            m_nextByteMs = std::max(m_nextByteMs, m_holdUntil);
+        }
+        ChunkDone(done);
+        Generate();
+    }
+}
+
+void Mcu::ServeLatency()
+{
+    if (!m_latency)
+        return;
+    if (m_probe == kProbeOut && NowMs() - m_probeSentMs > kLatencyTimeoutMs) {
+        ++m_latencyMissed;
+        --m_latencyLeft;
+        m_probe = kProbeNext;
+    }
+    if (m_probe == kProbeNext) {
+        if (m_latencyLeft == 0) {
+            ReportLatency();
+            return;
+        }
+        if (!m_out.empty())
+            return;  // the previous answer goes out first
+        m_probe = kProbeQueued;
+        Queue(sim::mcu::StreamPacket(m_latencyKind, Ticks(), m_latencyCount - m_latencyLeft), 0,
+              Chunk::kLatencyProbe);
+    }
+}
+
+void Mcu::ReportLatency()
+{
+    m_latency = false;
+    std::vector<double> s = m_samplesUs;
+    std::sort(s.begin(), s.end());
+    double median = 0, p99 = 0, worst = 0;
+    if (!s.empty()) {
+        median = s[s.size() / 2];
+        size_t i99 = static_cast<size_t>(std::ceil(0.99 * s.size()));
+        p99 = s[std::min(s.size(), std::max<size_t>(i99, 1)) - 1];
+        worst = s.back();
+    }
+    Out("latency n=%zu median_us=%.0f p99_us=%.0f worst_us=%.0f missed=%u kind=%s rate=%s", s.size(), median,
+        p99, worst, m_latencyMissed, m_latencyKind.c_str(), m_fullRate ? "full" : "line");
+}
+
+void Mcu::Execute(CommandSource& source, const std::string& line)
+{
+    sim::mcu::Command c;
+    std::string error;
+    if (!sim::mcu::ParseCommand(line, &c, &error)) {
+        std::string shown = line;
+        while (!shown.empty() && (shown.back() == '\r' || shown.back() == ' '))
+            shown.pop_back();
+        Out("mcu: bad command \"%s\": %s (try help)", shown.c_str(), error.c_str());
+        return;
+    }
+    if (c.kind == sim::mcu::Command::kNothing)
+        return;
+    // Every edge the control made before this command is answered before it.
+    DrainEdges();
+    if (c.kind == sim::mcu::Command::kMark) {
+        Out("mark %s", c.text.c_str());
+        return;
+    }
+    std::string shown = line.substr(line.find_first_not_of(" \t"));
+    while (!shown.empty() && (shown.back() == '\r' || shown.back() == ' ' || shown.back() == '\t'))
+        shown.pop_back();
+    Out("> %s", shown.c_str());
+    switch (c.kind) {
+    case sim::mcu::Command::kPacket:
+        Send(c.packet.Make(Ticks()), c.packet.raw ? "raw" : "packet");
+        break;
+    case sim::mcu::Command::kSplit: {
+        Bytes p = c.packet.Make(Ticks());
+        const size_t at = std::min<size_t>(c.splitAt, p.size());
+        Bytes head(p.begin(), p.begin() + at), tail(p.begin() + at, p.end());
+        Out("send split %s | %s, %u ms between", sim::mcu::Hex(head).c_str(), sim::mcu::Hex(tail).c_str(),
+            c.number);
+        Queue(head, c.number);
+        if (!tail.empty())
+            Queue(tail);
+        break;
+    }
+    case sim::mcu::Command::kWait:
+        source.resumeAt = NowMs() + c.number;
+        break;
+    case sim::mcu::Command::kTicks:
+        SetTicks(c.number);
+        break;
+    case sim::mcu::Command::kRollover:
+        SetTicks(sim::mcu::kTickModulus);  // the next look at the counter sends the rollover
+        CheckRollover();
+        break;
+    case sim::mcu::Command::kReset:
+        m_inReset = false;
+        m_out.clear();
+        Restart("reset command");
+        break;
+    case sim::mcu::Command::kBurst:
+        m_burst = true;
+        m_burstCount = c.number;
+        m_burstMade = 0;
+        m_burstSent = 0;
+        m_burstBytes = 0;
+        m_burstKind = c.text;
+        m_burstStart = -1;
+        break;
+    case sim::mcu::Command::kLatency:
+        m_latency = true;
+        m_latencyCount = m_latencyLeft = c.number;
+        m_latencyMissed = 0;
+        m_latencyKind = c.text;
+        m_samplesUs.clear();
+        m_probe = kProbeNext;
+        break;
+    case sim::mcu::Command::kState:
+        Out("state ticks 0x%06X, noise %s, %s, %s", Ticks(), m_noiseOn ? "on" : "off",
+            m_inReset ? "in reset" : "running", m_lineSettings.c_str());
+        break;
+    case sim::mcu::Command::kHelp:
+        Out("%s", sim::mcu::CommandHelp());
+        break;
+    case sim::mcu::Command::kQuit:
+        m_quit = true;
+        break;
+    default:
+        break;
+    }
+}
+
+void Mcu::ReadSource(CommandSource& source)
+{
+    if (source.done)
+        return;
+    if (source.fd == 0) {
+        pollfd p = {0, POLLIN, 0};
+        if (::poll(&p, 1, 0) <= 0 || !(p.revents & (POLLIN | POLLHUP | POLLERR)))
+            return;
+    }
+    char buffer[4096];
+    for (;;) {
+        ssize_t n = ::read(source.fd, buffer, sizeof(buffer));
+        if (n > 0) {
+            source.pending.append(buffer, static_cast<size_t>(n));
+            if (source.fd == 0)
+                break;
+            continue;
+        }
+        if (n == 0 && !source.follow) {
+            if (!source.pending.empty())
+                source.pending.push_back('\n');
+            source.done = true;
+        }
+        break;
+    }
+    size_t nl;
+    while ((nl = source.pending.find('\n')) != std::string::npos) {
+        source.lines.push_back(source.pending.substr(0, nl));
+        source.pending.erase(0, nl + 1);
+    }
+}
+
+// A command runs once everything before it is on the line, so a mark is
+// logged only after the bytes of the commands before it were written.
+void Mcu::ServeSource(CommandSource& source)
+{
+    ReadSource(source);
+    while (!source.lines.empty() && !m_quit) {
+        if (source.resumeAt > NowMs() || !Idle())
+            return;
+        std::string line = source.lines.front();
+        source.lines.pop_front();
+        Execute(source, line);
+    }
+}
+
+int Mcu::Run()
+{
+    while (!g_stop && !m_quit) {
+        DrainEdges();
+        CheckLineSettings();
+        ReadHost();
+        if (m_resetNoteAt >= 0 && NowMs() >= m_resetNoteAt) {
+            m_resetNoteAt = -1;
+            Send(sim::mcu::Reset(Ticks(), m_info), "reset note");
+        }
+        CheckRollover();
+        ServeLatency();
+        ServeOutput();
+        for (CommandSource& s : m_sources)
+            ServeSource(s);
+        ServeOutput();
+
+        // Sleep until the host writes, the line can take the next byte, or a
+        // millisecond has passed (edges and commands are looked at that often).
+        // At line rate the bytes that fell due meanwhile go out together, a
+        // few at a time like a UART's FIFO, rather than waking for each one.
+        double waitMs = 1.0;
+        if (!m_out.empty() && !m_waitWritable) {
+            const double next = std::max(m_holdUntil, m_fullRate ? 0.0 : m_nextByteMs) - NowMs();
+            waitMs = std::min(waitMs, next <= 0 ? 0.0 : std::max(next, kLinePollMs));
+        }
+        pollfd p = {m_pty.Fd(), static_cast<short>(POLLIN | (m_waitWritable ? POLLOUT : 0)), 0};
+        timespec timeout = {0, static_cast<long>(waitMs * 1e6)};
+        ::ppoll(&p, 1, &timeout, nullptr);
+    }
+    DrainEdges();
+    Out("mcu: stopped");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGTERM, OnSignal);
+    std::signal(SIGINT, OnSignal);
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
+    Mcu mcu;
+    if (!mcu.Start(argc, argv))
+        return 2;
+    return mcu.Run();
+}

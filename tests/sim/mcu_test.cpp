@@ -1,0 +1,360 @@
+// brennock-mcu end to end (native): the simulator runs as its own process on
+// a temporary device disk; the test plays the control's part, opening the
+// pseudo-terminal slave as the control opens its serial port and writing the
+// control's line edges into the GPIO block file.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+#include <vector>
+
+#include "sim/GpioBlock.h"
+#include "sim/McuPacket.h"
+#include "sim/Pty.h"
+
+namespace {
+
+using sim::mcu::Bytes;
+
+// Generous: only a broken simulator waits this long.
+constexpr int kDeadlineMs = 10000;
+
+double NowMs()
+{
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000.0 + ts.tv_nsec / 1e6;
+}
+
+std::string ReadAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+class McuTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char templ[] = "/tmp/brennock-mcu-test.XXXXXX";
+        ASSERT_NE(mkdtemp(templ), nullptr);
+        dir = templ;
+        std::string error;
+        ASSERT_TRUE(block.Open(dir + "/" BRENNOCK_GPIO_BLOCK_FILE, &error)) << error;
+    }
+
+    void TearDown() override
+    {
+        if (port >= 0)
+            close(port);
+        if (pid > 0) {
+            kill(pid, SIGTERM);
+            int status = 0;
+            waitpid(pid, &status, 0);
+        }
+        block.Close();
+        std::string rm = "rm -rf '" + dir + "'";
+        EXPECT_EQ(std::system(rm.c_str()), 0);
+    }
+
+    // Starts the simulator and opens its port as the host does.
+    void Start(std::vector<std::string> args)
+    {
+        std::vector<std::string> all = {BRENNOCK_MCU_BIN, "--disk", dir, "--pty-path", dir + "/pty",
+                                        "--ready", dir + "/ready", "--quiet"};
+        all.insert(all.end(), args.begin(), args.end());
+        pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            std::vector<char*> argv;
+            for (std::string& a : all)
+                argv.push_back(a.data());
+            argv.push_back(nullptr);
+            int devnull = open("/dev/null", O_RDONLY);
+            dup2(devnull, 0);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        const double deadline = NowMs() + kDeadlineMs;
+        while (access((dir + "/ready").c_str(), F_OK) != 0) {
+            int status = 0;
+            ASSERT_EQ(waitpid(pid, &status, WNOHANG), 0) << "the simulator ended before it was ready";
+            ASSERT_LT(NowMs(), deadline) << "the simulator never got ready";
+            WaitALittle();
+        }
+        std::string path = ReadAll(dir + "/pty");
+        while (!path.empty() && path.back() == '\n')
+            path.pop_back();
+        port = sim::OpenRawSerial(path, 115200, true);
+        ASSERT_GE(port, 0) << path << ": " << std::strerror(errno);
+    }
+
+    // Between looks at a file another process writes.
+    static void WaitALittle()
+    {
+        timespec t = {0, 1000000};
+        nanosleep(&t, nullptr);
+    }
+
+    // Reads exactly n bytes from the port, or what came before the deadline.
+    Bytes Read(size_t n)
+    {
+        Bytes got;
+        const double deadline = NowMs() + kDeadlineMs;
+        while (got.size() < n && NowMs() < deadline) {
+            pollfd p = {port, POLLIN, 0};
+            poll(&p, 1, 100);
+            uint8_t buffer[256];
+            ssize_t r = read(port, buffer, std::min(sizeof(buffer), n - got.size()));
+            if (r > 0)
+                got.insert(got.end(), buffer, buffer + r);
+        }
+        return got;
+    }
+
+    void Write(const Bytes& bytes)
+    {
+        ASSERT_EQ(write(port, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+
+    void Command(const std::string& line)
+    {
+        std::ofstream out(dir + "/mcu.cmd", std::ios::app);
+        out << line << "\n";
+    }
+
+    // Waits until the log holds text; returns the log.
+    std::string WaitLog(const std::string& text)
+    {
+        const double deadline = NowMs() + kDeadlineMs;
+        std::string log;
+        while ((log = ReadAll(dir + "/mcu.log")).find(text) == std::string::npos) {
+            if (NowMs() >= deadline) {
+                ADD_FAILURE() << "never logged \"" << text << "\"; the log:\n" << log;
+                break;
+            }
+            WaitALittle();
+        }
+        return log;
+    }
+
+    // What the control does on opening its port: line 13 driven, high, low, released.
+    void ResetPulse()
+    {
+        gpio::JournalAppend(block.Base(), 13, gpio::kEdgeOutput);
+        gpio::JournalAppend(block.Base(), 13, gpio::kEdgeHigh);
+        gpio::JournalAppend(block.Base(), 13, gpio::kEdgeLow);
+        gpio::JournalAppend(block.Base(), 13, gpio::kEdgeInput);
+    }
+
+    // A go request: strobe low, beep line, strobe high.
+    void GoStrobe(bool beep)
+    {
+        gpio::JournalAppend(block.Base(), 21, gpio::kEdgeLow);
+        gpio::JournalAppend(block.Base(), 20, beep ? gpio::kEdgeHigh : gpio::kEdgeLow);
+        gpio::JournalAppend(block.Base(), 21, gpio::kEdgeHigh);
+    }
+
+    std::string dir;
+    sim::GpioBlockFile block;
+    pid_t pid = -1;
+    int port = -1;
+};
+
+TEST_F(McuTest, AResetPulseIsAnsweredWithTheConfiguredResetNote)
+{
+    Start({"--tick-rate", "0", "--tick-start", "0x123", "--rev", "2", "--build", "7", "--reset-source", "1",
+           "--tick-hz", "1000000", "--post", "0x55"});
+    ResetPulse();
+    sim::mcu::ResetInfo info;
+    info.rev = 2;
+    info.build = 7;
+    info.source = 1;
+    info.tickHz = 1000000;
+    info.post = 0x55;
+    EXPECT_EQ(sim::mcu::Hex(Read(15)), sim::mcu::Hex(sim::mcu::Reset(0x123, info)));
+
+    // A second open of the port pulses again; the note comes again.
+    Command("ticks 0x500");
+    WaitLog("> ticks 0x500");
+    ResetPulse();
+    EXPECT_EQ(sim::mcu::Hex(Read(15)), sim::mcu::Hex(sim::mcu::Reset(0x123, info)))
+        << "the reset puts the counter back to its start";
+    WaitLog("reset note");
+}
+
+TEST_F(McuTest, TheGoStrobeIsAnsweredWithTimerGoAtTheCurrentTick)
+{
+    Start({"--tick-rate", "0", "--tick-start", "0x3456"});
+    ResetPulse();
+    ASSERT_EQ(Read(15).size(), 15u);
+    GoStrobe(true);
+    EXPECT_EQ(sim::mcu::Hex(Read(7)), "10 05 00 34 56 20 41");
+    WaitLog("line 21 high: go strobe, beep on, timer go at ticks 0x003456");
+
+    // The strobe going low again is not a second go.
+    Command("ticks 0xFFFFF0");
+    WaitLog("> ticks 0xFFFFF0");
+    gpio::JournalAppend(block.Base(), 21, gpio::kEdgeLow);
+    GoStrobe(false);
+    EXPECT_EQ(sim::mcu::Hex(Read(7)), sim::mcu::Hex(sim::mcu::TimerGo(0xFFFFF0)));
+    WaitLog("beep off, timer go at ticks 0xFFFFF0");
+}
+
+TEST_F(McuTest, TheNoiseCommandIsAnsweredWithACommandResponse)
+{
+    Start({"--tick-rate", "0", "--tick-start", "0x10"});
+    Write(sim::mcu::NoiseCommand(true));
+    EXPECT_EQ(sim::mcu::Hex(Read(8)), sim::mcu::Hex(sim::mcu::CmdResponse(0x10, 0)));
+    Write({0x5A, 0x02, 0xFF, 0x00});  // bad checksum
+    EXPECT_EQ(sim::mcu::Hex(Read(8)), sim::mcu::Hex(sim::mcu::CmdResponse(0x10, sim::mcu::kStatusBadChecksum)));
+    // The command in two writes, after a byte no command starts with.
+    Write({0x5A, 0x00});
+    Write({0x5A, 0x02});
+    Write({0x00, 0xA4});
+    EXPECT_EQ(sim::mcu::Hex(Read(8)), sim::mcu::Hex(sim::mcu::CmdResponse(0x10, 0)));
+    std::string log = WaitLog("host: noise off (5A 02 00 A4)");
+    EXPECT_NE(log.find("host: noise on (5A 02 FF A5)"), std::string::npos);
+    EXPECT_NE(log.find("host: bad checksum (5A 02 FF 00), status 1"), std::string::npos);
+    EXPECT_NE(log.find("host: garbage byte 5A dropped"), std::string::npos);
+}
+
+TEST_F(McuTest, TheCounterWrapsAt2To24AndSaysSo)
+{
+    // 16 ticks before the wrap at 1000 a second.
+    Start({"--tick-start", "0xFFFFF0"});
+    Bytes wrap = Read(7);
+    ASSERT_EQ(wrap.size(), 7u);
+    EXPECT_EQ(wrap[0], 0x10);
+    EXPECT_EQ(wrap[1], 0x05);
+    EXPECT_EQ(wrap[5], 0x21);
+    EXPECT_EQ(wrap[6], sim::mcu::Checksum(wrap.data(), 6));
+    const uint32_t ticks = (wrap[2] << 16) | (wrap[3] << 8) | wrap[4];
+    EXPECT_LT(ticks, 0x800000u) << "sent just after the wrap";
+    WaitLog("send timer rollover");
+}
+
+TEST_F(McuTest, RolloverCommandWrapsAStoppedCounter)
+{
+    Start({"--tick-rate", "0", "--tick-start", "0x42"});
+    Command("rollover");
+    Command("capsit right up");
+    EXPECT_EQ(sim::mcu::Hex(Read(14)), sim::mcu::Hex(sim::mcu::TimerRollover(0)) + " " +
+                                           sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitRightUp, 0)));
+}
+
+TEST_F(McuTest, ASilentMicrocontrollerNeverAnswersTheReset)
+{
+    Start({"--silent", "--tick-rate", "0"});
+    ResetPulse();
+    WaitLog("silent: no reset note");
+    // Whatever came out before this packet would be read first.
+    Command("capsit left down");
+    EXPECT_EQ(sim::mcu::Hex(Read(7)), sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitLeftDown, 0)));
+}
+
+TEST_F(McuTest, AScriptPlaysPacketsFaultsAndBadBytesInOrder)
+{
+    {
+        std::ofstream script(dir + "/scenario.txt");
+        script << "# a tapping test\n"
+                  "digito left down 5 at 0x10\n"
+                  "split 3 20 digito left up 7 at 0x20\n"
+                  "raw 00 00\n"
+                  "packet 13 01\n"
+                  "pegs 0x0F 0xF0\n"
+                  "error 5v\n"
+                  "note01\n"
+                  "capsit left down at 0x30\n"
+                  "wait 5\n"
+                  "mark scenario done\n";
+    }
+    Start({"--tick-rate", "0", "--tick-start", "0x77", "--script", dir + "/scenario.txt", "--rate", "line"});
+    Bytes expected;
+    auto add = [&](const Bytes& b) { expected.insert(expected.end(), b.begin(), b.end()); };
+    add(sim::mcu::Digito(sim::mcu::kEvtDigitoLeftDown, 0x10, 5));
+    add(sim::mcu::Digito(sim::mcu::kEvtDigitoLeftUp, 0x20, 7));
+    add({0x00, 0x00});
+    add(sim::mcu::Build(0x13, 0x77, 0x01));
+    add(sim::mcu::PegsMap(0x77, 0x0F, 0xF0));
+    add(sim::mcu::SystemError(0x77, sim::mcu::kErrBad5V));
+    add(sim::mcu::NoteUnnamed01(0x77));
+    add(sim::mcu::Capsit(sim::mcu::kEvtCapsitLeftDown, 0x30));
+    EXPECT_EQ(sim::mcu::Hex(Read(expected.size())), sim::mcu::Hex(expected));
+    std::string log = WaitLog("mark scenario done");
+    EXPECT_NE(log.find("send split 10 07 00 | 00 20 31 00 07 91, 20 ms between"), std::string::npos) << log;
+}
+
+TEST_F(McuTest, TheHostsLineSettingsAreLoggedWhenTheyChange)
+{
+    Start({"--tick-rate", "0"});
+    WaitLog("line settings 115200 8N1");
+    termios t;
+    ASSERT_EQ(tcgetattr(port, &t), 0);
+    cfsetospeed(&t, B9600);
+    cfsetispeed(&t, B9600);
+    // (A pseudo-terminal keeps 8 data bits and no parity whatever is asked.)
+    t.c_cflag |= CSTOPB;
+    ASSERT_EQ(tcsetattr(port, TCSANOW, &t), 0);
+    WaitLog("line settings 9600 8N2");
+}
+
+TEST_F(McuTest, LatencyTimesTheHostsNoiseCommandAfterEachPacket)
+{
+    Start({"--tick-rate", "0", "--rate", "full"});
+    Command("latency 5");
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_EQ(sim::mcu::Hex(Read(7)), sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitLeftDown, 0)))
+            << "round " << i;
+        Write(sim::mcu::NoiseCommand(i % 2 == 0));
+        ASSERT_EQ(Read(8).size(), 8u) << "the command is still answered";
+    }
+    std::string log = WaitLog("latency n=5 ");
+    unsigned n = 0, missed = 99;
+    double median = -1, p99 = -1, worst = -1;
+    const char* line = std::strstr(log.c_str(), "latency n=");
+    ASSERT_EQ(std::sscanf(line, "latency n=%u median_us=%lf p99_us=%lf worst_us=%lf missed=%u", &n, &median,
+                          &p99, &worst, &missed),
+              5);
+    EXPECT_EQ(missed, 0u);
+    EXPECT_GT(median, 0);
+    EXPECT_LE(median, p99);
+    EXPECT_LE(p99, worst);
+}
+
+TEST_F(McuTest, ABurstSendsItsPacketsWithRisingTicksAndCountsThem)
+{
+    Start({"--rate", "full", "--tick-rate", "1000000"});
+    Command("burst 300 digito");
+    Bytes all = Read(300 * 9);
+    ASSERT_EQ(all.size(), 300u * 9);
+    uint32_t last = 0;
+    for (unsigned i = 0; i < 300; ++i) {
+        const uint8_t* p = &all[i * 9];
+        ASSERT_EQ(p[5], sim::mcu::kEvtDigitoLeftDown) << i;
+        EXPECT_EQ((p[6] << 8) | p[7], static_cast<int>(i)) << "the delta counts the packets";
+        EXPECT_EQ(p[8], sim::mcu::Checksum(p, 8));
+        const uint32_t ticks = (p[2] << 16) | (p[3] << 8) | p[4];
+        EXPECT_GE(ticks, last) << i;
+        last = ticks;
+    }
+    std::string log = WaitLog("burst sent=300 bytes=2700 ");
+    EXPECT_NE(log.find("kind=digito rate=full"), std::string::npos);
+}
+
+}  // namespace
