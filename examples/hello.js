@@ -34,6 +34,10 @@ WScript.Echo("next session opens: " + control.GetNextSessionStart());
 WScript.Echo("next session ends:  " + control.GetNextSessionEnd());
 WScript.Echo("in the window now:  " + (control.InSessionWindow == 1 ? "yes" : "no"));
 WScript.Echo("free store:         " + control.FreeStoreMB + " MB");
+// The microcontroller answered its reset during Open; switch its noise
+// masking on (the simulator logs the command it received).
+control.MaskWithNoise = 1;
+WScript.Echo("noise masking:      " + (control.MaskWithNoise == 1 ? "on" : "off"));
 
 control.DebugWrite("hello from hello.js");
 control.Close();

@@ -25,6 +25,7 @@ check "Open on the provisioned disk" grep -q "^Open() returned 1$" <<<"$out"
 check "the device ID from the simulation file" grep -q "^device ID: *0000001234$" <<<"$out"
 check "the previous session from the simulation file" \
   grep -q "^previous session: *Mon 05 Jan 2026 09:30:00$" <<<"$out"
+check "the microcontroller link takes the noise command" grep -q "^noise masking: *on$" <<<"$out"
 check "a parameter only the UI uses" grep -q "^study site: *Bench 1$" <<<"$out"
 check "the next window opens at the provisioned hour" \
   grep -Eq "^next session opens: [A-Z][a-z]{2} [0-9]{2} [A-Z][a-z]{2} [0-9]{4} 09:00:00$" <<<"$out"
