@@ -14,6 +14,7 @@ add_library(brennock_simgpio STATIC ${CMAKE_SOURCE_DIR}/sim/GpioBlock.cpp)
 # Options, time-stamped output and command lines: the bench engineer's side
 # every simulator shares.
 add_library(brennock_simconsole STATIC ${CMAKE_SOURCE_DIR}/sim/SimConsole.cpp)
+target_link_libraries(brennock_simconsole PUBLIC brennock_simgpio)
 add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
 target_link_libraries(brennock-panel PRIVATE brennock_simconsole brennock_simgpio)
 

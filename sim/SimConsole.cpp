@@ -10,7 +10,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "panel/GpioBlockLayout.h"
+#include "sim/GpioBlock.h"
 
 namespace sim {
 
@@ -100,7 +100,7 @@ SimConsole::~SimConsole()
             ::close(s.fd);
 }
 
-bool SimConsole::Begin(const ConsoleOptions& options)
+bool SimConsole::Begin(const ConsoleOptions& options, GpioBlockFile* block)
 {
     m_quiet = options.quiet;
     m_t0 = NowMs();
@@ -110,6 +110,11 @@ bool SimConsole::Begin(const ConsoleOptions& options)
             Error(options.log + ": " + std::strerror(errno));
             return false;
         }
+    }
+    std::string error;
+    if (!block->Open(options.block, &error)) {
+        Error(error);
+        return false;
     }
     return true;
 }

@@ -13,6 +13,8 @@
 
 namespace sim {
 
+class GpioBlockFile;
+
 // Milliseconds on the monotonic clock.
 double NowMs();
 
@@ -65,8 +67,9 @@ public:
     SimConsole(const SimConsole&) = delete;
     SimConsole& operator=(const SimConsole&) = delete;
 
-    // Starts the clock the time stamps count from and opens the log.
-    bool Begin(const ConsoleOptions& options);
+    // Starts the clock the time stamps count from, opens the log and maps
+    // the GPIO block file into *block.
+    bool Begin(const ConsoleOptions& options, GpioBlockFile* block);
 
     // Opens the script, the command file (made if missing) and standard input.
     bool OpenSources(const ConsoleOptions& options);

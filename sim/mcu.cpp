@@ -87,6 +87,7 @@ private:
 
     void Restart(const char* why);
     void DrainEdges();
+    void FollowEdge(const sim::GpioEdgeReader::Edge& e);
     void CheckLineSettings();
     void ReadHost();
     void HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noiseOn, bool garbage);
@@ -221,14 +222,10 @@ bool Mcu::Start(int argc, char** argv)
     if (m_tickRate < 0)
         m_tickRate = m_info.tickHz;
 
-    if (!m_console.Begin(options))
+    if (!m_console.Begin(options, &m_block))
         return false;
-    std::string error;
-    if (!m_block.Open(options.block, &error)) {
-        m_console.Error(error);
-        return false;
-    }
     m_reader = new sim::GpioEdgeReader(m_block);
+    std::string error;
     if (!m_pty.Open(&error) || !m_pty.ClaimAsControllingTerminal(&error)) {
         m_console.Error(error);
         return false;
@@ -315,46 +312,42 @@ void Mcu::Restart(const char* why)
 
 void Mcu::DrainEdges()
 {
-    sim::GpioEdgeReader::Edge e;
-    uint32_t lost = 0;
-    while (m_reader->Next(&e, &lost)) {
-        if (lost != 0) {
-            m_console.Out("mcu: %u edges lost (fell behind the control)", lost);
-            lost = 0;
+    m_reader->Drain([this](const sim::GpioEdgeReader::Edge& e) { FollowEdge(e); },
+                    [this](uint32_t lost) { m_console.Out("mcu: %u edges lost (fell behind the control)", lost); });
+}
+
+void Mcu::FollowEdge(const sim::GpioEdgeReader::Edge& e)
+{
+    if (e.line == kLineReset && e.kind == gpio::kEdgeHigh) {
+        // Held in reset: whatever it was sending is gone.
+        m_console.Out("line 13 high: reset held");
+        m_inReset = true;
+        m_resetNoteAt = -1;
+        if (!m_out.empty() || m_burst || m_latency)
+            m_console.Out("mcu: output dropped by the reset");
+        m_out.clear();
+        m_holdUntil = 0;
+        m_burst = false;
+        m_latency = false;
+    } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
+        m_console.Out("line 13 low: reset released");
+        if (m_inReset) {
+            m_inReset = false;
+            Restart("reset pulse");
         }
-        if (e.line == kLineReset && e.kind == gpio::kEdgeHigh) {
-            // Held in reset: whatever it was sending is gone.
-            m_console.Out("line 13 high: reset held");
-            m_inReset = true;
-            m_resetNoteAt = -1;
-            if (!m_out.empty() || m_burst || m_latency)
-                m_console.Out("mcu: output dropped by the reset");
-            m_out.clear();
-            m_holdUntil = 0;
-            m_burst = false;
-            m_latency = false;
-        } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
-            m_console.Out("line 13 low: reset released");
-            if (m_inReset) {
-                m_inReset = false;
-                Restart("reset pulse");
-            }
-        } else if (e.line == kLineBeep && (e.kind == gpio::kEdgeHigh || e.kind == gpio::kEdgeLow)) {
-            m_beep = (e.kind == gpio::kEdgeHigh);
-            m_console.Out("line 20 %s: beep request %s", m_beep ? "high" : "low", m_beep ? "on" : "off");
-        } else if (e.line == kLineGo && e.kind == gpio::kEdgeHigh) {
-            const uint32_t t = Ticks();
-            m_console.Out("line 21 high: go strobe, beep %s, timer go at ticks 0x%06X", m_beep ? "on" : "off", t);
-            if (m_inReset)
-                m_console.Out("mcu: in reset, go ignored");
-            else
-                Send(sim::mcu::TimerGo(t), "timer go");
-        } else if (e.line == kLineGo && e.kind == gpio::kEdgeLow) {
-            m_console.Out("line 21 low: go strobe end");
-        }
+    } else if (e.line == kLineBeep && (e.kind == gpio::kEdgeHigh || e.kind == gpio::kEdgeLow)) {
+        m_beep = (e.kind == gpio::kEdgeHigh);
+        m_console.Out("line 20 %s: beep request %s", m_beep ? "high" : "low", m_beep ? "on" : "off");
+    } else if (e.line == kLineGo && e.kind == gpio::kEdgeHigh) {
+        const uint32_t t = Ticks();
+        m_console.Out("line 21 high: go strobe, beep %s, timer go at ticks 0x%06X", m_beep ? "on" : "off", t);
+        if (m_inReset)
+            m_console.Out("mcu: in reset, go ignored");
+        else
+            Send(sim::mcu::TimerGo(t), "timer go");
+    } else if (e.line == kLineGo && e.kind == gpio::kEdgeLow) {
+        m_console.Out("line 21 low: go strobe end");
     }
-    if (lost != 0)
-        m_console.Out("mcu: %u edges lost (fell behind the control)", lost);
 }
 
 void Mcu::CheckLineSettings()

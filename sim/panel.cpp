@@ -69,6 +69,7 @@ private:
     void Usage();
     void Line(unsigned line, const char* state, const char* text);
     void DrainEdges();
+    void ShowEdge(const sim::GpioEdgeReader::Edge& e);
     void Execute(CommandSource& source, const std::string& command);
     void SetInput(unsigned line, bool high);
     void PrintState();
@@ -123,13 +124,8 @@ bool Panel::Start(int argc, char** argv)
         return false;
     }
 
-    if (!m_console.Begin(options))
+    if (!m_console.Begin(options, &m_block))
         return false;
-    std::string error;
-    if (!m_block.Open(options.block, &error)) {
-        m_console.Error(error);
-        return false;
-    }
     m_reader = new sim::GpioEdgeReader(m_block);
     if (!m_console.OpenSources(options))
         return false;
@@ -150,33 +146,29 @@ void Panel::Line(unsigned line, const char* state, const char* text)
 
 void Panel::DrainEdges()
 {
-    sim::GpioEdgeReader::Edge e;
-    uint32_t lost = 0;
-    while (m_reader->Next(&e, &lost)) {
-        if (lost != 0) {
-            m_console.Out("panel: %u edges lost (the panel fell behind)", lost);
-            lost = 0;
-        }
-        const Role* role = RoleOf(e.line);
-        char text[96];
-        switch (e.kind) {
-        case gpio::kEdgeHigh:
-            std::snprintf(text, sizeof(text), "%s", role ? role->high : "");
-            break;
-        case gpio::kEdgeLow:
-            std::snprintf(text, sizeof(text), "%s", role ? role->low : "");
-            break;
-        case gpio::kEdgeInput:
-            std::snprintf(text, sizeof(text), "%s released", role ? role->name : "line");
-            break;
-        default:
-            std::snprintf(text, sizeof(text), "%s driven", role ? role->name : "line");
-            break;
-        }
-        Line(e.line, sim::EdgeKindName(e.kind), text);
+    m_reader->Drain([this](const sim::GpioEdgeReader::Edge& e) { ShowEdge(e); },
+                    [this](uint32_t lost) { m_console.Out("panel: %u edges lost (the panel fell behind)", lost); });
+}
+
+void Panel::ShowEdge(const sim::GpioEdgeReader::Edge& e)
+{
+    const Role* role = RoleOf(e.line);
+    char text[96];
+    switch (e.kind) {
+    case gpio::kEdgeHigh:
+        std::snprintf(text, sizeof(text), "%s", role ? role->high : "");
+        break;
+    case gpio::kEdgeLow:
+        std::snprintf(text, sizeof(text), "%s", role ? role->low : "");
+        break;
+    case gpio::kEdgeInput:
+        std::snprintf(text, sizeof(text), "%s released", role ? role->name : "line");
+        break;
+    default:
+        std::snprintf(text, sizeof(text), "%s driven", role ? role->name : "line");
+        break;
     }
-    if (lost != 0)
-        m_console.Out("panel: %u edges lost (the panel fell behind)", lost);
+    Line(e.line, sim::EdgeKindName(e.kind), text);
 }
 
 void Panel::SetInput(unsigned line, bool high)

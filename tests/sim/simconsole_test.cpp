@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/GpioBlock.h"
 #include "sim/SimConsole.h"
 
 namespace {
@@ -31,6 +32,7 @@ protected:
         dir = templ;
         options.quiet = true;
         options.log = dir + "/sim.log";
+        options.block = dir + "/gpioblock.bin";
     }
     void TearDown() override { std::system(("rm -rf " + dir).c_str()); }
 
@@ -53,6 +55,7 @@ protected:
 
     std::string dir;
     sim::ConsoleOptions options;
+    sim::GpioBlockFile block;
     std::vector<std::string> ran;
 };
 
@@ -83,7 +86,7 @@ TEST_F(SimConsoleTest, LogLinesAreStampedAndCutAtTheLineLimit)
 {
     {
         sim::SimConsole console("sim", 32);
-        ASSERT_TRUE(console.Begin(options));
+        ASSERT_TRUE(console.Begin(options, &block));
         console.Out("mark %s", "one");
         console.Out("%s", std::string(100, 'x').c_str());
     }
@@ -106,7 +109,7 @@ TEST_F(SimConsoleTest, ScriptRunsFirstAndOnlyAppendedCommandsCount)
     Write(options.script, "one\nwait\nthree", false);  // the last line has no newline
     Write(options.commands, "old\n", false);
     sim::SimConsole console("sim", 512);
-    ASSERT_TRUE(console.Begin(options));
+    ASSERT_TRUE(console.Begin(options, &block));
     ASSERT_TRUE(console.OpenSources(options));
     Write(options.commands, "new\npart", true);
 
@@ -127,7 +130,7 @@ TEST_F(SimConsoleTest, AMissingScriptFailsToOpen)
 {
     options.script = dir + "/none";
     sim::SimConsole console("sim", 512);
-    ASSERT_TRUE(console.Begin(options));
+    ASSERT_TRUE(console.Begin(options, &block));
     EXPECT_FALSE(console.OpenSources(options));
 }
 
