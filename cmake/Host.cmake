@@ -11,15 +11,19 @@ add_executable(nvimage ${CMAKE_SOURCE_DIR}/tools/nvimage.cpp)
 # follows the control's GPIO lines links.
 include_directories(${CMAKE_SOURCE_DIR})
 add_library(brennock_simgpio STATIC ${CMAKE_SOURCE_DIR}/sim/GpioBlock.cpp)
+# Options, time-stamped output and command lines: the bench engineer's side
+# every simulator shares.
+add_library(brennock_simconsole STATIC ${CMAKE_SOURCE_DIR}/sim/SimConsole.cpp)
+target_link_libraries(brennock_simconsole PUBLIC brennock_simgpio)
 add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
-target_link_libraries(brennock-panel PRIVATE brennock_simgpio)
+target_link_libraries(brennock-panel PRIVATE brennock_simconsole brennock_simgpio)
 
 # The sensor microcontroller: packets, pseudo-terminal and scenario pieces in
 # a library its tests link too.
 add_library(brennock_simmcu STATIC ${CMAKE_SOURCE_DIR}/sim/McuPacket.cpp
   ${CMAKE_SOURCE_DIR}/sim/McuScript.cpp ${CMAKE_SOURCE_DIR}/sim/Pty.cpp)
 add_executable(brennock-mcu ${CMAKE_SOURCE_DIR}/sim/mcu.cpp)
-target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simgpio)
+target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simconsole brennock_simgpio)
 
 # Native tests of the simulators' pieces (run by the Windows half's CTest).
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -27,7 +31,7 @@ set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 file(GLOB SIM_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/sim/*_test.cpp)
 add_executable(test_sim ${SIM_TEST_SOURCES})
-target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simgpio GTest::gtest_main)
+target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simconsole brennock_simgpio GTest::gtest_main)
 # The end-to-end tests start the simulators themselves.
 target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
 add_dependencies(test_sim brennock-mcu)

@@ -136,6 +136,22 @@ bool GpioEdgeReader::Next(Edge* edge, uint32_t* lost, unsigned stuckPolls)
     }
 }
 
+void GpioEdgeReader::Drain(const std::function<void(const Edge& edge)>& onEdge,
+                           const std::function<void(uint32_t lost)>& onLost)
+{
+    Edge e;
+    uint32_t lost = 0;
+    while (Next(&e, &lost)) {
+        if (lost != 0) {
+            onLost(lost);
+            lost = 0;
+        }
+        onEdge(e);
+    }
+    if (lost != 0)
+        onLost(lost);
+}
+
 const char* EdgeKindName(uint32_t kind)
 {
     switch (kind) {

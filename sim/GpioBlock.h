@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "panel/GpioBlockLayout.h"
@@ -67,6 +68,11 @@ public:
     // writer reserved but never finished (a writer killed half-way) counts as
     // lost once it has been missing for more than stuckPolls calls.
     bool Next(Edge* edge, uint32_t* lost, unsigned stuckPolls = 1000);
+
+    // Every edge there now, in order, to onEdge. Records lost on the way are
+    // counted to onLost where they fell: before the edge after them, or last.
+    void Drain(const std::function<void(const Edge& edge)>& onEdge,
+               const std::function<void(uint32_t lost)>& onLost);
 
 private:
     const GpioBlockFile& m_block;

@@ -12,13 +12,11 @@
 #include <cerrno>
 #include <cmath>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <deque>
-#include <fcntl.h>
 #include <poll.h>
 #include <string>
 #include <unistd.h>
@@ -28,17 +26,13 @@
 #include "sim/McuPacket.h"
 #include "sim/McuScript.h"
 #include "sim/Pty.h"
+#include "sim/SimConsole.h"
 
 namespace {
 
+using sim::CommandSource;
+using sim::NowMs;
 using sim::mcu::Bytes;
-
-volatile std::sig_atomic_t g_stop = 0;
-
-void OnSignal(int)
-{
-    g_stop = 1;
-}
 
 constexpr unsigned kLineReset = 13;
 constexpr unsigned kLineBeep = 20;
@@ -53,13 +47,6 @@ constexpr double kLinePollMs = 0.5;
 // How long a latency round waits for the host's noise command.
 constexpr double kLatencyTimeoutMs = 5000;
 
-double NowMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec * 1000.0 + ts.tv_nsec / 1e6;
-}
-
 bool ParseUnsigned(const char* s, unsigned long max, unsigned long* value)
 {
     char* end = nullptr;
@@ -70,17 +57,6 @@ bool ParseUnsigned(const char* s, unsigned long max, unsigned long* value)
     *value = v;
     return true;
 }
-
-struct CommandSource
-{
-    const char* what;
-    int fd = -1;
-    bool follow = false;
-    bool done = false;
-    std::string pending;
-    std::deque<std::string> lines;
-    double resumeAt = 0;
-};
 
 // Bytes waiting for the line, in order.
 struct Chunk
@@ -100,7 +76,6 @@ public:
 
 private:
     void Usage();
-    void Out(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void Send(const Bytes& bytes, const char* what);
     void Queue(Bytes bytes, double pauseAfterMs = 0, Chunk::Tag tag = Chunk::kPlain);
     bool Idle() const;
@@ -112,6 +87,7 @@ private:
 
     void Restart(const char* why);
     void DrainEdges();
+    void FollowEdge(const sim::GpioEdgeReader::Edge& e);
     void CheckLineSettings();
     void ReadHost();
     void HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noiseOn, bool garbage);
@@ -122,17 +98,11 @@ private:
     void ReportLatency();
 
     void Execute(CommandSource& source, const std::string& line);
-    void ReadSource(CommandSource& source);
-    void ServeSource(CommandSource& source);
 
+    sim::SimConsole m_console{"brennock-mcu", 768};
     sim::GpioBlockFile m_block;
     sim::GpioEdgeReader* m_reader = nullptr;
     sim::PtyMaster m_pty;
-    int m_log = -1;
-    bool m_quiet = false;
-    bool m_quit = false;
-    double m_t0 = 0;
-    std::vector<CommandSource> m_sources;
 
     // What the microcontroller is.
     sim::mcu::ResetInfo m_info;
@@ -203,8 +173,11 @@ void Mcu::Usage()
 
 bool Mcu::Start(int argc, char** argv)
 {
-    std::string block, log, commands, script, ready, ptyPath;
+    sim::ConsoleOptions options;
+    std::string ptyPath;
     for (int i = 1; i < argc; ++i) {
+        if (options.Take(argc, argv, &i, "mcu"))
+            continue;
         std::string a = argv[i];
         const char* v = (i + 1 < argc) ? argv[i + 1] : nullptr;
         unsigned long n = 0;
@@ -214,25 +187,8 @@ bool Mcu::Start(int argc, char** argv)
             ++i;
             return true;
         };
-        if (a == "--disk" && v) {
-            block = std::string(v) + "/" BRENNOCK_GPIO_BLOCK_FILE;
-            log = std::string(v) + "/mcu.log";
-            commands = std::string(v) + "/mcu.cmd";
-            ++i;
-        } else if (a == "--block" && v) {
-            block = v, ++i;
-        } else if (a == "--log" && v) {
-            log = v, ++i;
-        } else if (a == "--commands" && v) {
-            commands = v, ++i;
-        } else if (a == "--script" && v) {
-            script = v, ++i;
-        } else if (a == "--ready" && v) {
-            ready = v, ++i;
-        } else if (a == "--pty-path" && v) {
+        if (a == "--pty-path" && v) {
             ptyPath = v, ++i;
-        } else if (a == "--quiet") {
-            m_quiet = true;
         } else if (a == "--silent") {
             m_silent = true;
         } else if (a == "--rate" && v && (std::string(v) == "line" || std::string(v) == "full")) {
@@ -259,63 +215,28 @@ bool Mcu::Start(int argc, char** argv)
             return false;
         }
     }
-    if (block.empty()) {
+    if (options.block.empty()) {
         Usage();
         return false;
     }
     if (m_tickRate < 0)
         m_tickRate = m_info.tickHz;
 
-    m_t0 = NowMs();
-    if (!log.empty()) {
-        m_log = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (m_log < 0) {
-            std::fprintf(stderr, "brennock-mcu: %s: %s\n", log.c_str(), std::strerror(errno));
-            return false;
-        }
-    }
-    std::string error;
-    if (!m_block.Open(block, &error)) {
-        std::fprintf(stderr, "brennock-mcu: %s\n", error.c_str());
+    if (!m_console.Begin(options, &m_block))
         return false;
-    }
     m_reader = new sim::GpioEdgeReader(m_block);
+    std::string error;
     if (!m_pty.Open(&error) || !m_pty.ClaimAsControllingTerminal(&error)) {
-        std::fprintf(stderr, "brennock-mcu: %s\n", error.c_str());
+        m_console.Error(error);
         return false;
     }
-
-    if (!script.empty()) {
-        CommandSource s;
-        s.what = "script";
-        s.fd = ::open(script.c_str(), O_RDONLY | O_CLOEXEC);
-        if (s.fd < 0) {
-            std::fprintf(stderr, "brennock-mcu: %s: %s\n", script.c_str(), std::strerror(errno));
-            return false;
-        }
-        m_sources.push_back(s);
-    }
-    if (!commands.empty()) {
-        CommandSource s;
-        s.what = "command file";
-        s.follow = true;
-        s.fd = ::open(commands.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
-        if (s.fd < 0) {
-            std::fprintf(stderr, "brennock-mcu: %s: %s\n", commands.c_str(), std::strerror(errno));
-            return false;
-        }
-        ::lseek(s.fd, 0, SEEK_END);  // only what is appended from now on
-        m_sources.push_back(s);
-    }
-    CommandSource in;
-    in.what = "stdin";
-    in.fd = 0;
-    m_sources.push_back(in);
+    if (!m_console.OpenSources(options))
+        return false;
 
     SetTicks(m_tickStart);
-    Out("mcu: port %s, block %s, rate %s%s", m_pty.SlavePath().c_str(), block.c_str(),
+    m_console.Out("mcu: port %s, block %s, rate %s%s", m_pty.SlavePath().c_str(), options.block.c_str(),
         m_fullRate ? "full" : "line", m_silent ? ", silent" : "");
-    Out("mcu: reset note rev %u build %u source %u tickHz %u post %u, delay %.0f ms; "
+    m_console.Out("mcu: reset note rev %u build %u source %u tickHz %u post %u, delay %.0f ms; "
         "ticks from 0x%06X at %.0f a second",
         m_info.rev, m_info.build, m_info.source, m_info.tickHz, m_info.post, m_resetDelayMs, m_tickStart,
         m_tickRate);
@@ -324,37 +245,14 @@ bool Mcu::Start(int argc, char** argv)
     if (!ptyPath.empty()) {
         FILE* f = std::fopen(ptyPath.c_str(), "w");
         if (f == nullptr) {
-            std::fprintf(stderr, "brennock-mcu: %s: %s\n", ptyPath.c_str(), std::strerror(errno));
+            m_console.Error(ptyPath + ": " + std::strerror(errno));
             return false;
         }
         std::fprintf(f, "%s\n", m_pty.SlavePath().c_str());
         std::fclose(f);
     }
-    if (!ready.empty()) {
-        int fd = ::open(ready.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        if (fd >= 0)
-            ::close(fd);
-    }
+    m_console.MakeReady(options);
     return true;
-}
-
-void Mcu::Out(const char* format, ...)
-{
-    char text[768];
-    int n = std::snprintf(text, sizeof(text), "%10.3f ", NowMs() - m_t0);
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text + n, sizeof(text) - n - 1, format, args);
-    va_end(args);
-    std::string line = std::string(text) + "\n";
-    if (!m_quiet) {
-        std::fputs(line.c_str(), stdout);
-        std::fflush(stdout);
-    }
-    if (m_log >= 0) {
-        ssize_t w = ::write(m_log, line.data(), line.size());
-        (void)w;
-    }
 }
 
 uint64_t Mcu::UnwrappedTicks() const
@@ -381,7 +279,7 @@ void Mcu::CheckRollover()
 
 void Mcu::Send(const Bytes& bytes, const char* what)
 {
-    Out("send %s: %s", what, sim::mcu::Hex(bytes).c_str());
+    m_console.Out("send %s: %s", what, sim::mcu::Hex(bytes).c_str());
     Queue(bytes);
 }
 
@@ -405,55 +303,51 @@ void Mcu::Restart(const char* why)
 {
     SetTicks(m_tickStart);
     if (m_silent) {
-        Out("mcu: restarted (%s), ticks 0x%06X; silent: no reset note", why, m_tickStart);
+        m_console.Out("mcu: restarted (%s), ticks 0x%06X; silent: no reset note", why, m_tickStart);
         return;
     }
-    Out("mcu: restarted (%s), ticks 0x%06X", why, m_tickStart);
+    m_console.Out("mcu: restarted (%s), ticks 0x%06X", why, m_tickStart);
     m_resetNoteAt = NowMs() + m_resetDelayMs;
 }
 
 void Mcu::DrainEdges()
 {
-    sim::GpioEdgeReader::Edge e;
-    uint32_t lost = 0;
-    while (m_reader->Next(&e, &lost)) {
-        if (lost != 0) {
-            Out("mcu: %u edges lost (fell behind the control)", lost);
-            lost = 0;
+    m_reader->Drain([this](const sim::GpioEdgeReader::Edge& e) { FollowEdge(e); },
+                    [this](uint32_t lost) { m_console.Out("mcu: %u edges lost (fell behind the control)", lost); });
+}
+
+void Mcu::FollowEdge(const sim::GpioEdgeReader::Edge& e)
+{
+    if (e.line == kLineReset && e.kind == gpio::kEdgeHigh) {
+        // Held in reset: whatever it was sending is gone.
+        m_console.Out("line 13 high: reset held");
+        m_inReset = true;
+        m_resetNoteAt = -1;
+        if (!m_out.empty() || m_burst || m_latency)
+            m_console.Out("mcu: output dropped by the reset");
+        m_out.clear();
+        m_holdUntil = 0;
+        m_burst = false;
+        m_latency = false;
+    } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
+        m_console.Out("line 13 low: reset released");
+        if (m_inReset) {
+            m_inReset = false;
+            Restart("reset pulse");
         }
-        if (e.line == kLineReset && e.kind == gpio::kEdgeHigh) {
-            // Held in reset: whatever it was sending is gone.
-            Out("line 13 high: reset held");
-            m_inReset = true;
-            m_resetNoteAt = -1;
-            if (!m_out.empty() || m_burst || m_latency)
-                Out("mcu: output dropped by the reset");
-            m_out.clear();
-            m_holdUntil = 0;
-            m_burst = false;
-            m_latency = false;
-        } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
-            Out("line 13 low: reset released");
-            if (m_inReset) {
-                m_inReset = false;
-                Restart("reset pulse");
-            }
-        } else if (e.line == kLineBeep && (e.kind == gpio::kEdgeHigh || e.kind == gpio::kEdgeLow)) {
-            m_beep = (e.kind == gpio::kEdgeHigh);
-            Out("line 20 %s: beep request %s", m_beep ? "high" : "low", m_beep ? "on" : "off");
-        } else if (e.line == kLineGo && e.kind == gpio::kEdgeHigh) {
-            const uint32_t t = Ticks();
-            Out("line 21 high: go strobe, beep %s, timer go at ticks 0x%06X", m_beep ? "on" : "off", t);
-            if (m_inReset)
-                Out("mcu: in reset, go ignored");
-            else
-                Send(sim::mcu::TimerGo(t), "timer go");
-        } else if (e.line == kLineGo && e.kind == gpio::kEdgeLow) {
-            Out("line 21 low: go strobe end");
-        }
+    } else if (e.line == kLineBeep && (e.kind == gpio::kEdgeHigh || e.kind == gpio::kEdgeLow)) {
+        m_beep = (e.kind == gpio::kEdgeHigh);
+        m_console.Out("line 20 %s: beep request %s", m_beep ? "high" : "low", m_beep ? "on" : "off");
+    } else if (e.line == kLineGo && e.kind == gpio::kEdgeHigh) {
+        const uint32_t t = Ticks();
+        m_console.Out("line 21 high: go strobe, beep %s, timer go at ticks 0x%06X", m_beep ? "on" : "off", t);
+        if (m_inReset)
+            m_console.Out("mcu: in reset, go ignored");
+        else
+            Send(sim::mcu::TimerGo(t), "timer go");
+    } else if (e.line == kLineGo && e.kind == gpio::kEdgeLow) {
+        m_console.Out("line 21 low: go strobe end");
     }
-    if (lost != 0)
-        Out("mcu: %u edges lost (fell behind the control)", lost);
 }
 
 void Mcu::CheckLineSettings()
@@ -461,7 +355,7 @@ void Mcu::CheckLineSettings()
     std::string now = sim::LineSettings(m_pty.Fd());
     if (now != m_lineSettings) {
         m_lineSettings = now;
-        Out("line settings %s", now.c_str());
+        m_console.Out("line settings %s", now.c_str());
     }
 }
 
@@ -489,7 +383,7 @@ void Mcu::HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noise
 {
     const double now = NowMs();
     if (garbage) {
-        Out("host: garbage byte %02X dropped", bytes[0]);
+        m_console.Out("host: garbage byte %02X dropped", bytes[0]);
         return;
     }
     if (m_latency && m_probe == kProbeOut) {
@@ -500,11 +394,11 @@ void Mcu::HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noise
     const std::string hex = sim::mcu::Hex(bytes, n);
     if (status == sim::mcu::kStatusAccepted) {
         m_noiseOn = noiseOn;
-        Out("host: noise %s (%s)", noiseOn ? "on" : "off", hex.c_str());
+        m_console.Out("host: noise %s (%s)", noiseOn ? "on" : "off", hex.c_str());
     } else if (status == sim::mcu::kStatusBadChecksum) {
-        Out("host: bad checksum (%s), status %u", hex.c_str(), status);
+        m_console.Out("host: bad checksum (%s), status %u", hex.c_str(), status);
     } else {
-        Out("host: unknown command (%s), status %u", hex.c_str(), status);
+        m_console.Out("host: unknown command (%s), status %u", hex.c_str(), status);
     }
     if (m_inReset)
         return;
@@ -545,7 +439,7 @@ void Mcu::ChunkDone(const Chunk& chunk)
     } else if (chunk.tag == Chunk::kBurstLast && m_burst) {
         m_burst = false;
         const double ms = now - m_burstStart;
-        Out("burst sent=%u bytes=%llu ms=%.3f kind=%s rate=%s packets_per_s=%.0f", m_burstSent,
+        m_console.Out("burst sent=%u bytes=%llu ms=%.3f kind=%s rate=%s packets_per_s=%.0f", m_burstSent,
             static_cast<unsigned long long>(m_burstBytes), ms, m_burstKind.c_str(), m_fullRate ? "full" : "line",
             ms > 0 ? m_burstSent * 1000.0 / ms : 0.0);
     }
@@ -573,7 +467,7 @@ void Mcu::ServeOutput()
             if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EIO)
                 m_waitWritable = true;  // the terminal is full (nobody reading)
             else
-                Out("mcu: write failed: %s", std::strerror(errno));
+                m_console.Out("mcu: write failed: %s", std::strerror(errno));
             return;
         }
         c.offset += static_cast<size_t>(n);
@@ -626,7 +520,7 @@ void Mcu::ReportLatency()
         p99 = s[std::min(s.size(), std::max<size_t>(i99, 1)) - 1];
         worst = s.back();
     }
-    Out("latency n=%zu median_us=%.0f p99_us=%.0f worst_us=%.0f missed=%u kind=%s rate=%s", s.size(), median,
+    m_console.Out("latency n=%zu median_us=%.0f p99_us=%.0f worst_us=%.0f missed=%u kind=%s rate=%s", s.size(), median,
         p99, worst, m_latencyMissed, m_latencyKind.c_str(), m_fullRate ? "full" : "line");
 }
 
@@ -638,7 +532,7 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         std::string shown = line;
         while (!shown.empty() && (shown.back() == '\r' || shown.back() == ' '))
             shown.pop_back();
-        Out("mcu: bad command \"%s\": %s (try help)", shown.c_str(), error.c_str());
+        m_console.Out("mcu: bad command \"%s\": %s (try help)", shown.c_str(), error.c_str());
         return;
     }
     if (c.kind == sim::mcu::Command::kNothing)
@@ -646,13 +540,10 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
     // Every edge the control made before this command is answered before it.
     DrainEdges();
     if (c.kind == sim::mcu::Command::kMark) {
-        Out("mark %s", c.text.c_str());
+        m_console.Out("mark %s", c.text.c_str());
         return;
     }
-    std::string shown = line.substr(line.find_first_not_of(" \t"));
-    while (!shown.empty() && (shown.back() == '\r' || shown.back() == ' ' || shown.back() == '\t'))
-        shown.pop_back();
-    Out("> %s", shown.c_str());
+    m_console.Out("> %s", sim::Trimmed(line).c_str());
     switch (c.kind) {
     case sim::mcu::Command::kPacket:
         Send(c.packet.Make(Ticks()), c.packet.raw ? "raw" : "packet");
@@ -661,7 +552,7 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         Bytes p = c.packet.Make(Ticks());
         const size_t at = std::min<size_t>(c.splitAt, p.size());
         Bytes head(p.begin(), p.begin() + at), tail(p.begin() + at, p.end());
-        Out("send split %s | %s, %u ms between", sim::mcu::Hex(head).c_str(), sim::mcu::Hex(tail).c_str(),
+        m_console.Out("send split %s | %s, %u ms between", sim::mcu::Hex(head).c_str(), sim::mcu::Hex(tail).c_str(),
             c.number);
         Queue(head, c.number);
         if (!tail.empty())
@@ -669,7 +560,7 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         break;
     }
     case sim::mcu::Command::kWait:
-        source.resumeAt = NowMs() + c.number;
+        source.Pause(c.number);
         break;
     case sim::mcu::Command::kTicks:
         SetTicks(c.number);
@@ -701,69 +592,23 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         m_probe = kProbeNext;
         break;
     case sim::mcu::Command::kState:
-        Out("state ticks 0x%06X, noise %s, %s, %s", Ticks(), m_noiseOn ? "on" : "off",
+        m_console.Out("state ticks 0x%06X, noise %s, %s, %s", Ticks(), m_noiseOn ? "on" : "off",
             m_inReset ? "in reset" : "running", m_lineSettings.c_str());
         break;
     case sim::mcu::Command::kHelp:
-        Out("%s", sim::mcu::CommandHelp());
+        m_console.Out("%s", sim::mcu::CommandHelp());
         break;
     case sim::mcu::Command::kQuit:
-        m_quit = true;
+        m_console.Quit();
         break;
     default:
         break;
     }
 }
 
-void Mcu::ReadSource(CommandSource& source)
-{
-    if (source.done)
-        return;
-    if (source.fd == 0) {
-        pollfd p = {0, POLLIN, 0};
-        if (::poll(&p, 1, 0) <= 0 || !(p.revents & (POLLIN | POLLHUP | POLLERR)))
-            return;
-    }
-    char buffer[4096];
-    for (;;) {
-        ssize_t n = ::read(source.fd, buffer, sizeof(buffer));
-        if (n > 0) {
-            source.pending.append(buffer, static_cast<size_t>(n));
-            if (source.fd == 0)
-                break;
-            continue;
-        }
-        if (n == 0 && !source.follow) {
-            if (!source.pending.empty())
-                source.pending.push_back('\n');
-            source.done = true;
-        }
-        break;
-    }
-    size_t nl;
-    while ((nl = source.pending.find('\n')) != std::string::npos) {
-        source.lines.push_back(source.pending.substr(0, nl));
-        source.pending.erase(0, nl + 1);
-    }
-}
-
-// A command runs once everything before it is on the line, so a mark is
-// logged only after the bytes of the commands before it were written.
-void Mcu::ServeSource(CommandSource& source)
-{
-    ReadSource(source);
-    while (!source.lines.empty() && !m_quit) {
-        if (source.resumeAt > NowMs() || !Idle())
-            return;
-        std::string line = source.lines.front();
-        source.lines.pop_front();
-        Execute(source, line);
-    }
-}
-
 int Mcu::Run()
 {
-    while (!g_stop && !m_quit) {
+    while (m_console.Running()) {
         DrainEdges();
         CheckLineSettings();
         ReadHost();
@@ -774,8 +619,10 @@ int Mcu::Run()
         CheckRollover();
         ServeLatency();
         ServeOutput();
-        for (CommandSource& s : m_sources)
-            ServeSource(s);
+        // A command runs once everything before it is on the line, so a mark
+        // is logged only after the bytes of the commands before it were written.
+        m_console.ServeCommands([this](CommandSource& source, const std::string& line) { Execute(source, line); },
+                                [this] { return Idle(); });
         ServeOutput();
 
         // Sleep until the host writes, the line can take the next byte, or a
@@ -792,7 +639,7 @@ int Mcu::Run()
         ::ppoll(&p, 1, &timeout, nullptr);
     }
     DrainEdges();
-    Out("mcu: stopped");
+    m_console.Out("mcu: stopped");
     return 0;
 }
 
@@ -800,9 +647,7 @@ int Mcu::Run()
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGTERM, OnSignal);
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGPIPE, SIG_IGN);
+    sim::InstallStopHandlers();
     std::signal(SIGHUP, SIG_IGN);
     Mcu mcu;
     if (!mcu.Start(argc, argv))

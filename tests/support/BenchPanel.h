@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/SimChannel.h"
+
 // One line of the panel's log.
 struct PanelEntry
 {
@@ -34,8 +36,7 @@ public:
     bool Sync(std::vector<PanelEntry>* entries, DWORD timeoutMs = 30000);
 
 private:
-    size_t m_offset = 0;
-    static int s_marks;
+    SimChannel m_channel{L"\\panel.log", L"\\panel.cmd"};
 };
 
 // The level and direction changes of one line, in order ("high", "low", ...).

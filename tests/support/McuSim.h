@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/SimChannel.h"
+
 // One line of the simulator's log: its time stamp and the text after it.
 struct McuEntry
 {
@@ -56,8 +58,7 @@ public:
     static bool ParseBurst(const std::string& text, McuBurst* out);
 
 private:
-    size_t m_offset = 0;
-    static int s_marks;
+    SimChannel m_channel{L"\\mcu.log", L"\\mcu.cmd"};
 };
 
 // The texts of the entries that begin with prefix, in order.

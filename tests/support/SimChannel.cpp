@@ -1,0 +1,94 @@
+#include "tests/support/SimChannel.h"
+
+#include <cstdio>
+#include <sstream>
+
+#include "tests/support/ControlTestKit.h"
+
+int SimChannel::s_marks = 0;
+
+SimChannel::SimChannel(const wchar_t* log, const wchar_t* commands) : m_log(log), m_commands(commands)
+{
+}
+
+bool SimChannel::Running() const
+{
+    return GetFileAttributesW(m_log) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool SimChannel::Send(const std::string& command) const
+{
+    HANDLE h = CreateFileW(m_commands, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (h == INVALID_HANDLE_VALUE)
+        return false;
+    std::string line = command + "\n";
+    DWORD written = 0;
+    BOOL ok = WriteFile(h, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    CloseHandle(h);
+    return ok && written == line.size();
+}
+
+bool SimChannel::Sync(std::string* logged, DWORD timeoutMs)
+{
+    char mark[64];
+    std::snprintf(mark, sizeof(mark), "sync %lu.%d", GetCurrentProcessId(), ++s_marks);
+    if (!Send(std::string("mark ") + mark))
+        return false;
+    const std::string wanted = std::string(" mark ") + mark + "\n";
+    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+    for (;;) {
+        std::string log = ReadFileBytes(m_log);
+        size_t at = log.find(wanted, m_offset);
+        if (at != std::string::npos) {
+            // Back to the start of the mark's line.
+            size_t lineStart = log.rfind('\n', at);
+            lineStart = (lineStart == std::string::npos || lineStart < m_offset) ? m_offset : lineStart + 1;
+            if (logged != nullptr)
+                *logged = log.substr(m_offset, lineStart - m_offset);
+            m_offset = at + wanted.size();
+            return true;
+        }
+        if (GetTickCount64() >= deadline)
+            return false;
+        Sleep(2);
+    }
+}
+
+bool SimChannel::WaitLine(const std::function<bool(const std::string& line)>& matches, std::string* line,
+                          DWORD timeoutMs)
+{
+    const ULONGLONG deadline = GetTickCount64() + timeoutMs;
+    for (;;) {
+        std::string log = ReadFileBytes(m_log);
+        size_t end = log.rfind('\n');
+        if (end != std::string::npos && end + 1 > m_offset) {
+            size_t pos = m_offset;
+            while (pos <= end) {
+                size_t nl = log.find('\n', pos);
+                std::string raw = log.substr(pos, nl - pos);
+                pos = nl + 1;
+                if (matches(raw)) {
+                    if (line != nullptr)
+                        *line = raw;
+                    m_offset = pos;
+                    return true;
+                }
+            }
+        }
+        if (GetTickCount64() >= deadline)
+            return false;
+        Sleep(5);
+    }
+}
+
+std::vector<std::string> SimChannel::Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    std::string raw;
+    while (std::getline(in, raw))
+        if (!raw.empty())
+            lines.push_back(raw);
+    return lines;
+}
