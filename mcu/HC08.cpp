@@ -211,9 +211,8 @@ void CHC08::Close()
     // Closing the port makes the reader's port-event wait fail, which ends it.
     HANDLE port = m_hPort;
     m_hPort = INVALID_HANDLE_VALUE;
-    if (port != INVALID_HANDLE_VALUE) {
+    if (port != INVALID_HANDLE_VALUE)
         CloseHandle(port);
-    }
     delete[] m_portName;
     m_portName = nullptr;
     m_threadId = 0;
@@ -256,15 +255,15 @@ bool CHC08::SetNoiseOn(bool on)
     BYTE command[kNoiseCommandSize];
     CHC08Pack::BuildNoiseCommand(on, command);
 
+    // After a failed Open the lock is gone with the port; the write then
+    // simply fails on the closed handle.
+    const bool locked = m_lockInitialised;
     DWORD written = 0;
-    BOOL ok;
-    if (m_lockInitialised) {
+    if (locked)
         EnterCriticalSection(&m_portLock);
-        ok = WriteFile(m_hPort, command, kNoiseCommandSize, &written, nullptr);
+    BOOL ok = WriteFile(m_hPort, command, kNoiseCommandSize, &written, nullptr);
+    if (locked)
         LeaveCriticalSection(&m_portLock);
-    } else {
-        ok = WriteFile(m_hPort, command, kNoiseCommandSize, &written, nullptr);
-    }
     if (!ok) {
         DebugOut(L"SendCmdNoise: WriteFile failed.\r\n");
         return false;
@@ -665,10 +664,9 @@ bool CHC08::PostBuilt(BYTE* pPack, int size)
         ASSERT(false);
         return false;
     }
+    // A failed post has already been reported and asserted.
     bool posted = SendCopyOfPacket(pPack, size);
     delete[] pPack;
-    if (!posted)
-        ASSERT(false);
     return posted;
 }
 

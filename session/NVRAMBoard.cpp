@@ -41,15 +41,6 @@ void PutBE32(BYTE* p, DWORD v)
     p[3] = static_cast<BYTE>(v);
 }
 
-wchar_t* CopyOf(const wchar_t* text)
-{
-    const size_t length = wcslen(text);
-    wchar_t* copy = new (std::nothrow) wchar_t[length + 1];
-    if (copy != nullptr)
-        wmemcpy(copy, text, length + 1);
-    return copy;
-}
-
 }  // namespace
 
 CNVRAMBoard::CNVRAMBoard() : m_pImage(nullptr), m_dirty(false) {}

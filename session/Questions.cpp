@@ -10,15 +10,6 @@
 
 namespace {
 
-wchar_t* CopyOf(const wchar_t* text)
-{
-    const size_t length = wcslen(text);
-    wchar_t* copy = new (std::nothrow) wchar_t[length + 1];
-    if (copy != nullptr)
-        wmemcpy(copy, text, length + 1);
-    return copy;
-}
-
 // Closes a file handle when it goes out of scope.
 struct FileCloser
 {

@@ -253,6 +253,15 @@ bool ScriptToSystemDateTime(const wchar_t* text, SYSTEMTIME* out)
     return true;
 }
 
+wchar_t* CopyOf(const wchar_t* text)
+{
+    const size_t length = wcslen(text);
+    wchar_t* copy = new (std::nothrow) wchar_t[length + 1];
+    if (copy != nullptr)
+        wmemcpy(copy, text, length + 1);
+    return copy;
+}
+
 char* NativeToAscii(const wchar_t* native)
 {
     ASSERT(native != nullptr);

@@ -30,6 +30,9 @@ bool ScriptToSystemDateTime(const wchar_t* text, SYSTEMTIME* out);
 // A wide string as a new narrow string in the ANSI code page.
 char* NativeToAscii(const wchar_t* native);
 
+// A new[] copy of a wide string, or null when memory is short.
+wchar_t* CopyOf(const wchar_t* text);
+
 // The device's provisioning parameters, read once at start-up from the
 // key=value lines of "\Hard Disk\params.txt". Keys match without regard to
 // case; values are kept as text and parsed again on every typed read.

@@ -50,15 +50,6 @@ constexpr size_t kMaxTestNameLength = 10;
 constexpr ULONGLONG kHour = 36000000000ULL;
 constexpr ULONGLONG kDay = 864000000000ULL;
 
-wchar_t* CopyOf(const wchar_t* text)
-{
-    const size_t length = wcslen(text);
-    wchar_t* copy = new (std::nothrow) wchar_t[length + 1];
-    if (copy != nullptr)
-        wmemcpy(copy, text, length + 1);
-    return copy;
-}
-
 }  // namespace
 
 CTestManager::CTestManager(HINSTANCE instance, IManagerSite* site)
