@@ -8,6 +8,7 @@
 
 #include "mcu/HC08Pack.h"
 #include "mcu/HC08PackList.h"
+#include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
 
 namespace {
@@ -28,27 +29,6 @@ Built Build(F f)
     Built b;
     b.bytes.reset(f(&b.size));
     return b;
-}
-
-std::string AssertFile()
-{
-    std::string out;
-    HANDLE h = CreateFileW(L"\\Hard Disk\\asserts.txt", GENERIC_READ,
-                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return out;
-    char buf[4096];
-    DWORD got = 0;
-    while (ReadFile(h, buf, sizeof(buf), &got, nullptr) && got > 0)
-        out.append(buf, got);
-    CloseHandle(h);
-    return out;
-}
-
-size_t AssertLines()
-{
-    std::string s = AssertFile();
-    return static_cast<size_t>(std::count(s.begin(), s.end(), '\n'));
 }
 
 TEST(HC08PackTest, LengthByteBoundsAndReporting)

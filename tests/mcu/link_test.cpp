@@ -42,28 +42,9 @@ constexpr long kTicksPerRollover = 0x1000000;
 constexpr short kRev = 3, kBuild = 7, kSource = 2, kPost = 5;
 constexpr long kTickHz = 1000;
 
-VARIANT I2(short v)
-{
-    return ScriptObject::I2(v);
-}
-
-VARIANT I4(long v)
-{
-    VARIANT r;
-    VariantInit(&r);
-    r.vt = VT_I4;
-    r.lVal = v;
-    return r;
-}
-
-VARIANT R8(double v)
-{
-    VARIANT r;
-    VariantInit(&r);
-    r.vt = VT_R8;
-    r.dblVal = v;
-    return r;
-}
+const auto I2 = ScriptObject::I2;
+const auto I4 = ScriptObject::I4;
+const auto R8 = ScriptObject::R8;
 
 std::string Hex(const BYTE* p, int n)
 {

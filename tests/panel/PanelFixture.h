@@ -39,15 +39,6 @@ inline std::ostream& operator<<(std::ostream& os, const GpioEvent& e)
     return os << " @" << e.beat << "}";
 }
 
-inline size_t AssertLines()
-{
-    std::string text = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
-    size_t n = 0;
-    for (char c : text)
-        n += (c == '\n');
-    return n;
-}
-
 // Raised once by every Open, when the microcontroller answers its reset.
 constexpr DISPID kHC08ResetEvent = 19;
 

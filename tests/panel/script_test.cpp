@@ -13,23 +13,8 @@
 
 namespace {
 
-VARIANT I2(short v)
-{
-    VARIANT r;
-    VariantInit(&r);
-    r.vt = VT_I2;
-    r.iVal = v;
-    return r;
-}
-
-VARIANT R8(double v)
-{
-    VARIANT r;
-    VariantInit(&r);
-    r.vt = VT_R8;
-    r.dblVal = v;
-    return r;
-}
+const auto I2 = ScriptObject::I2;
+const auto R8 = ScriptObject::R8;
 
 class ScriptTest : public PanelFixture
 {

@@ -32,12 +32,6 @@ std::wstring Read(const CStoredParams& params, const wchar_t* key)
     return value ? value.get() : L"<null>";
 }
 
-size_t AssertLines()
-{
-    const std::string text = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
 class StoredParamsTest : public ::testing::Test
 {
 protected:

@@ -99,31 +99,6 @@ TEST_F(GpioBlockTest, ARecordReservedButNeverWrittenIsSkippedAsLost)
     EXPECT_EQ(e.kind, gpio::kEdgeHigh);
 }
 
-TEST_F(GpioBlockTest, DrainCountsTheLostWhereTheyFell)
-{
-    sim::GpioEdgeReader reader(block);
-    for (unsigned i = 0; i < gpio::kJournalSlots + 3; ++i)
-        Drive(i % 128, gpio::kEdgeHigh);
-    std::vector<std::string> seen;
-    unsigned edges = 0;
-    auto onEdge = [&](const sim::GpioEdgeReader::Edge& e) {
-        if (edges++ < 2)  // the first two stand for all
-            seen.push_back("edge " + std::to_string(e.line));
-    };
-    auto onLost = [&](uint32_t lost) { seen.push_back("lost " + std::to_string(lost)); };
-    reader.Drain(onEdge, onLost);
-    EXPECT_EQ(seen, (std::vector<std::string>{"lost 3", "edge 3", "edge 4"}));
-    EXPECT_EQ(edges, gpio::kJournalSlots);
-
-    // A record a writer reserved and never finished, with nothing after it:
-    // counted once the reader has waited for it long enough, after the edges.
-    seen.clear();
-    __atomic_fetch_add(gpio::BlockWord(block.Base(), gpio::kJournalCount), 1u, __ATOMIC_ACQ_REL);
-    for (int i = 0; i < 2000 && seen.empty(); ++i)
-        reader.Drain(onEdge, onLost);
-    EXPECT_EQ(seen, (std::vector<std::string>{"lost 1"}));
-}
-
 TEST_F(GpioBlockTest, InputsOfOneBankCanBeDrivenFromSeveralSimulatorsAtOnce)
 {
     // Lines 33 and 40 share bank 1; neither driver may undo the other's bit.

@@ -249,25 +249,6 @@ TEST_F(McuTest, TheCounterWrapsAt2To24AndSaysSo)
     WaitLog("send timer rollover");
 }
 
-TEST_F(McuTest, RolloverCommandWrapsAStoppedCounter)
-{
-    Start({"--tick-rate", "0", "--tick-start", "0x42"});
-    Command("rollover");
-    Command("capsit right up");
-    EXPECT_EQ(sim::mcu::Hex(Read(14)), sim::mcu::Hex(sim::mcu::TimerRollover(0)) + " " +
-                                           sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitRightUp, 0)));
-}
-
-TEST_F(McuTest, ASilentMicrocontrollerNeverAnswersTheReset)
-{
-    Start({"--silent", "--tick-rate", "0"});
-    ResetPulse();
-    WaitLog("silent: no reset note");
-    // Whatever came out before this packet would be read first.
-    Command("capsit left down");
-    EXPECT_EQ(sim::mcu::Hex(Read(7)), sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitLeftDown, 0)));
-}
-
 TEST_F(McuTest, AScriptPlaysPacketsFaultsAndBadBytesInOrder)
 {
     {
@@ -298,63 +279,6 @@ TEST_F(McuTest, AScriptPlaysPacketsFaultsAndBadBytesInOrder)
     EXPECT_EQ(sim::mcu::Hex(Read(expected.size())), sim::mcu::Hex(expected));
     std::string log = WaitLog("mark scenario done");
     EXPECT_NE(log.find("send split 10 07 00 | 00 20 31 00 07 91, 20 ms between"), std::string::npos) << log;
-}
-
-TEST_F(McuTest, TheHostsLineSettingsAreLoggedWhenTheyChange)
-{
-    Start({"--tick-rate", "0"});
-    WaitLog("line settings 115200 8N1");
-    termios t;
-    ASSERT_EQ(tcgetattr(port, &t), 0);
-    cfsetospeed(&t, B9600);
-    cfsetispeed(&t, B9600);
-    // (A pseudo-terminal keeps 8 data bits and no parity whatever is asked.)
-    t.c_cflag |= CSTOPB;
-    ASSERT_EQ(tcsetattr(port, TCSANOW, &t), 0);
-    WaitLog("line settings 9600 8N2");
-}
-
-TEST_F(McuTest, LatencyTimesTheHostsNoiseCommandAfterEachPacket)
-{
-    Start({"--tick-rate", "0", "--rate", "full"});
-    Command("latency 5");
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_EQ(sim::mcu::Hex(Read(7)), sim::mcu::Hex(sim::mcu::Capsit(sim::mcu::kEvtCapsitLeftDown, 0)))
-            << "round " << i;
-        Write(sim::mcu::NoiseCommand(i % 2 == 0));
-        ASSERT_EQ(Read(8).size(), 8u) << "the command is still answered";
-    }
-    std::string log = WaitLog("latency n=5 ");
-    unsigned n = 0, missed = 99;
-    double median = -1, p99 = -1, worst = -1;
-    const char* line = std::strstr(log.c_str(), "latency n=");
-    ASSERT_EQ(std::sscanf(line, "latency n=%u median_us=%lf p99_us=%lf worst_us=%lf missed=%u", &n, &median,
-                          &p99, &worst, &missed),
-              5);
-    EXPECT_EQ(missed, 0u);
-    EXPECT_GT(median, 0);
-    EXPECT_LE(median, p99);
-    EXPECT_LE(p99, worst);
-}
-
-TEST_F(McuTest, ABurstSendsItsPacketsWithRisingTicksAndCountsThem)
-{
-    Start({"--rate", "full", "--tick-rate", "1000000"});
-    Command("burst 300 digito");
-    Bytes all = Read(300 * 9);
-    ASSERT_EQ(all.size(), 300u * 9);
-    uint32_t last = 0;
-    for (unsigned i = 0; i < 300; ++i) {
-        const uint8_t* p = &all[i * 9];
-        ASSERT_EQ(p[5], sim::mcu::kEvtDigitoLeftDown) << i;
-        EXPECT_EQ((p[6] << 8) | p[7], static_cast<int>(i)) << "the delta counts the packets";
-        EXPECT_EQ(p[8], sim::mcu::Checksum(p, 8));
-        const uint32_t ticks = (p[2] << 16) | (p[3] << 8) | p[4];
-        EXPECT_GE(ticks, last) << i;
-        last = ticks;
-    }
-    std::string log = WaitLog("burst sent=300 bytes=2700 ");
-    EXPECT_NE(log.find("kind=digito rate=full"), std::string::npos);
 }
 
 }  // namespace

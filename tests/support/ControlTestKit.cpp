@@ -1,5 +1,7 @@
 #include "tests/support/ControlTestKit.h"
 
+#include <algorithm>
+
 #include <cstdlib>
 
 #include "control/Module.h"
@@ -151,6 +153,12 @@ std::string ReadFileBytes(const std::wstring& path)
     return bytes;
 }
 
+size_t AssertLines()
+{
+    const std::string text = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
 HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result)
 {
     DISPID id = DISPID_UNKNOWN;
@@ -200,6 +208,24 @@ VARIANT ScriptObject::I2(short v)
     VariantInit(&r);
     r.vt = VT_I2;
     r.iVal = v;
+    return r;
+}
+
+VARIANT ScriptObject::I4(long v)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_I4;
+    r.lVal = v;
+    return r;
+}
+
+VARIANT ScriptObject::R8(double v)
+{
+    VARIANT r;
+    VariantInit(&r);
+    r.vt = VT_R8;
+    r.dblVal = v;
     return r;
 }
 

@@ -85,6 +85,9 @@ std::wstring DiskPath(const wchar_t* relative);
 // Reads a whole file (empty when missing).
 std::string ReadFileBytes(const std::wstring& path);
 
+// Lines in the device's assert file so far.
+size_t AssertLines();
+
 // A control bound late, by name, as a script binds it.
 class ScriptObject
 {
@@ -98,6 +101,8 @@ public:
     HRESULT Put(const wchar_t* name, VARIANT value);
 
     static VARIANT I2(short v);
+    static VARIANT I4(long v);
+    static VARIANT R8(double v);
     static VARIANT Str(const wchar_t* s);
 
 private:
