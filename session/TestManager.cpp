@@ -16,6 +16,7 @@
 #include "session/LocalClock.h"
 #include "session/NVRAMBoard.h"
 #include "session/Questions.h"
+#include "session/SessionFolders.h"
 #include "session/StoredParams.h"
 
 namespace {
@@ -27,12 +28,7 @@ constexpr UINT_PTR kActivityTimer = 1;
 constexpr UINT kActivityTimerMs = 500;
 
 const wchar_t kLoginFile[] = L"\\HARD DISK\\SrvrInfo.bin";
-const wchar_t kTempFolder[] = L"\\Device Temp";
-const wchar_t kHardDisk[] = L"\\Hard Disk";
-const wchar_t kPermFolderName[] = L"Device Data";
-const wchar_t kPermFolder[] = L"\\Hard Disk\\Device Data";
 const wchar_t kStartFolder[] = L"\\Device Software";
-const wchar_t kCompressFile[] = L"\\compress.zip";
 
 // Session and activity end causes.
 constexpr short kEndCompleted = 0;
@@ -390,7 +386,7 @@ bool CTestManager::SessionStart()
         return false;
     }
     delete[] probe;
-    ClearTempFiles();
+    ClearTempFiles(true);
     LocalClockNow(&m_sessionStart);
     // Reaches flash with the commit at the session's normal end.
     if (m_pNVRAM != nullptr)
@@ -410,7 +406,7 @@ bool CTestManager::SessionEnd(bool normal)
         return true;
 
     if (!normal) {
-        ClearTempFiles();
+        ClearTempFiles(true);
         m_inSession = false;
         if (m_pSink != nullptr)
             m_pSink->SessionEnded(kEndCancelled);
@@ -420,36 +416,12 @@ bool CTestManager::SessionEnd(bool normal)
     if (m_pNVRAM == nullptr || !m_pNVRAM->Commit())
         DebugOut(L"SessionEnd: NVRAM Commit failed.\r\n");
     const bool packaged = PackageSession();
-    ClearTempFiles();
+    ClearTempFiles(true);
     DeleteFileW(kCompressFile);
     m_inSession = false;
     if (m_pSink != nullptr)
         m_pSink->SessionEnded(packaged ? kEndCompleted : kEndFailed);
     return packaged;
-}
-
-bool CTestManager::PackageSession()
-{
-    // The session's files are compressed, encrypted and signed into the
-    // permanent folder here. Until the packager is built in, a normal end
-    // keeps nothing of the session's temporary files and counts as a success.
-    return true;
-}
-
-void CTestManager::ClearTempFiles()
-{
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW(L"\\Device Temp\\*", &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return;
-    do {
-        if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-            continue;
-        wchar_t path[MAX_PATH + 16];
-        swprintf(path, sizeof(path) / sizeof(path[0]), L"%ls\\%ls", kTempFolder, found.cFileName);
-        DeleteFileW(path);
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
 }
 
 // ---------------------------------------------------------------------------

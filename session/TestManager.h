@@ -22,6 +22,7 @@
 
 #include "control/EventSinks.h"
 #include "control/ManagerSite.h"
+#include "session/FileEncryption.h"
 
 class CAudio;
 class CHC08PackList;
@@ -67,8 +68,17 @@ public:
     // Megabytes in a byte count, as FreeStoreMB reports them.
     static short MegabytesCapped(ULONGLONG bytes);
 
-    // Deletes every file in "\Device Temp".
-    void ClearTempFiles();
+    // Session-end packaging (TestManagerPackaging.cpp).
+    // Packs every file in "\Device Temp" into destZip with the compression
+    // library; *pNoDll is set when the library is not on the device.
+    bool CompressTempFiles(const wchar_t* destZip, bool* pNoDll);
+    // Copies every file in "\Device Temp" into the permanent folder as it is.
+    bool CopyTempFiles();
+    // Encrypts and signs fromFile into toFile for the server. False only for
+    // a null name: a failed encryption is reported and still returns true.
+    bool EncryptFile(const wchar_t* fromFile, const wchar_t* toFile);
+    // Goes through "\Device Temp", deleting every file when deleteThem.
+    bool ClearTempFiles(bool deleteThem);
 
     // Activities.
     bool SetTestConfig(int testID, const wchar_t* testName, int maxDurationSecs, int uiTimeout);
