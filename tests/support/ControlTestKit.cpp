@@ -121,16 +121,21 @@ void UnadviseSink(IUnknown* control, DWORD cookie)
         cp->Unadvise(cookie);
 }
 
-std::wstring BuiltDllPath()
+std::wstring WindowsPathFromEnv(const wchar_t* variable)
 {
-    // The runner passes the Unix path; drive Z: is the Unix root.
-    const wchar_t* unixPath = _wgetenv(L"BRENNOCK_DLL");
+    // The runner passes Unix paths; drive Z: is the Unix root.
+    const wchar_t* unixPath = _wgetenv(variable);
     if (unixPath == nullptr)
         return L"";
     std::wstring path = L"Z:";
     for (const wchar_t* p = unixPath; *p; ++p)
         path += (*p == L'/') ? L'\\' : *p;
     return path;
+}
+
+std::wstring BuiltDllPath()
+{
+    return WindowsPathFromEnv(L"BRENNOCK_DLL");
 }
 
 std::wstring DiskPath(const wchar_t* relative)

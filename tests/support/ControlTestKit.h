@@ -78,6 +78,8 @@ void UnadviseSink(IUnknown* control, DWORD cookie);
 
 // The built DLL's path in Windows form, from the test runner.
 std::wstring BuiltDllPath();
+// The Unix path in an environment variable, in Windows form (empty if unset).
+std::wstring WindowsPathFromEnv(const wchar_t* variable);
 
 // Path of a file on the device disk.
 std::wstring DiskPath(const wchar_t* relative);

@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# Session packaging end to end: a study is provisioned with the study's tools,
+# the packaging tests run the control on a disk with the study's key block
+# and the compression library, and what they packed is then opened by
+# `ezip` and checked with the OpenSSL command line alone.
+#   package_test.sh HOST_BIN_DIR TEST_PACKAGE_EXE
+set -uo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+host=${1:?native build directory}
+program=${2:?the packaging test program}
+work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-package.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+failures=0
+check() {  # check DESCRIPTION COMMAND...
+  local what=$1; shift
+  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
+}
+
+study="$work/study"
+"$host/provision" study "$study" >/dev/null || exit 1
+"$host/provision" device "$study" --id 65535 --block "$study/flashblock.bin" >/dev/null || exit 1
+
+out="$work/out"
+mkdir -p "$work/disk/Hard Disk"
+BRENNOCK_STUDY="$study" BRENNOCK_PACKAGE_OUT="$out" \
+  "$root/scripts/simrun" --no-build --disk "$work/disk" -- "$program" || exit 1
+
+# The study's reader gives back the session's files byte for byte.
+key="$study/server.key.pem"
+check "ezip opens the session package" "$host/ezip" open "$out/session.ezip" --key "$key" --out "$work/opened"
+motr=$(find "$work/opened" -name '*Tap.motr' | head -n 1)
+check "the .motr comes back byte for byte" cmp -s "$out/session.motr" "${motr:-/nonexistent}"
+check "Manifest.txt comes back byte for byte" cmp -s "$out/session-Manifest.txt" "$work/opened/Manifest.txt"
+check "nothing else is in the package" test "$(ls "$work/opened" | wc -l)" -eq 2
+for n in 0 40000 32768 65536; do
+  check "ezip opens the $n-byte package" "$host/ezip" open "$out/plain-$n.ezip" --key "$key" --out "$work/plain-$n"
+done
+
+# The same with nothing but OpenSSL.
+python3 "$root/tests/scripts/package_check.py" "$key" "$out" || failures=$((failures + 1))
+
+# Every single-bit flip of a small real package is refused.
+small="$out/plain-0.ezip"
+bits=$(( $(stat -c %s "$small") * 8 ))
+accepted=$(python3 - "$small" "$work/flips" <<'PY'
+import os, sys
+data = open(sys.argv[1], "rb").read()
+os.makedirs(sys.argv[2])
+for bit in range(len(data) * 8):
+    flipped = bytearray(data)
+    flipped[bit // 8] ^= 1 << (bit % 8)
+    open(os.path.join(sys.argv[2], "%05d.ezip" % bit), "wb").write(flipped)
+PY
+ls "$work/flips" | xargs -P 2 -I{} sh -c '"$1" verify "$2/{}" --key "$3" >/dev/null 2>&1 && echo {}' _ \
+  "$host/ezip" "$work/flips" "$key")
+check "all $bits single-bit flips of a real package are refused" test -z "$accepted"
+
+# A package from a device the study never provisioned is refused.
+"$host/provision" study "$work/other" >/dev/null
+check "a package signed by a device of another study is refused" \
+  sh -c '! "$1" verify "$2" --key "$3" --study "$4" >/dev/null 2>&1' _ "$host/ezip" "$small" "$key" "$work/other"
+
+exit $failures
