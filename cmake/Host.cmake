@@ -7,6 +7,10 @@ add_executable(tlbfix ${CMAKE_SOURCE_DIR}/cmake/tlbfix.cpp)
 # Bench provisioning: NVRAM simulation files and flash block images.
 add_executable(nvimage ${CMAKE_SOURCE_DIR}/tools/nvimage.cpp)
 
+# Study-server tools: a .motr sensor recording as CSV.
+add_executable(motr2csv ${CMAKE_SOURCE_DIR}/tools/motr2csv.cpp ${CMAKE_SOURCE_DIR}/tools/MotrDecoder.cpp)
+target_include_directories(motr2csv PRIVATE ${CMAKE_SOURCE_DIR})
+
 # Bench simulators. The block-file access is a library every simulator that
 # follows the control's GPIO lines links.
 include_directories(${CMAKE_SOURCE_DIR})
@@ -35,6 +39,13 @@ target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simconsole brenn
 # The end-to-end tests start the simulators themselves.
 target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
 add_dependencies(test_sim brennock-mcu)
+
+# Native tests of the study-server tools: they run the tools' binaries on real files.
+file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*_test.cpp)
+add_executable(test_tools ${TOOLS_TEST_SOURCES})
+target_link_libraries(test_tools PRIVATE GTest::gtest_main)
+target_compile_definitions(test_tools PRIVATE MOTR2CSV_BIN="$<TARGET_FILE:motr2csv>")
+add_dependencies(test_tools motr2csv)
 
 # Modem lines for the bench's pseudo-terminal serial ports (preloaded into
 # Wine by scripts/winrun; see the source).

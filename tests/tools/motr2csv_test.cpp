@@ -1,0 +1,259 @@
+// motr2csv on real .motr files: each test writes a recording byte by byte as
+// the recorder lays it out, runs the tool's binary on it and reads what it
+// wrote.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+const char kColumns[] =
+    "index,offset,ticks,ticks_since_go,ms_since_go,event,delta_ticks,pegs_left,pegs_right,hc08_rev,"
+    "hc08_build,reset_source,tick_hz,post_result,cmd_status,problem,bytes";
+
+// "MOTR", version 256 little-endian.
+const Bytes kHeader = {'M', 'O', 'T', 'R', 0x00, 0x01};
+
+// The packet with its checksum appended: the two's complement of the byte sum.
+Bytes Packet(Bytes bytes)
+{
+    unsigned sum = 0;
+    for (uint8_t b : bytes)
+        sum += b;
+    bytes.push_back(static_cast<uint8_t>(0x100 - (sum & 0xFF)));
+    return bytes;
+}
+
+// A reset note at tick 0: rev 3, build 7, source 2, 1000 Hz, self-test 5.
+const Bytes kReset = Packet({0x11, 0x0D, 0, 0, 0, 0x00, 3, 7, 2, 0x00, 0x00, 0x03, 0xE8, 5});
+
+std::string Hex(const Bytes& bytes)
+{
+    std::string s;
+    char b[4];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(b, sizeof(b), i ? " %02X" : "%02X", bytes[i]);
+        s += b;
+    }
+    return s;
+}
+
+std::string ReadAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::vector<std::string> Lines(const std::string& text)
+{
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+// One packet of a recording and the row it should give, without the index,
+// offset and bytes columns (the test adds those from where it put the packet).
+struct Case
+{
+    Bytes packet;
+    std::string row;  // ticks .. problem
+};
+
+class Motr2Csv : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char templ[] = "/tmp/motr2csv-test.XXXXXX";
+        ASSERT_NE(mkdtemp(templ), nullptr);
+        dir = templ;
+        motr = dir + "/test.motr";
+    }
+
+    void TearDown() override
+    {
+        std::string rm = "rm -rf '" + dir + "'";
+        EXPECT_EQ(std::system(rm.c_str()), 0);
+    }
+
+    void Write(const Bytes& bytes)
+    {
+        std::ofstream f(motr, std::ios::binary);
+        f.write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    }
+
+    // Writes the header and the packets, runs the tool on them and checks each row.
+    void ExpectRows(const std::vector<Case>& cases)
+    {
+        Bytes file = kHeader;
+        std::vector<std::string> expected = {kColumns};
+        for (const Case& c : cases) {
+            expected.push_back(std::to_string(expected.size() - 1) + "," + std::to_string(file.size()) + "," +
+                               c.row + "," + Hex(c.packet));
+            file.insert(file.end(), c.packet.begin(), c.packet.end());
+        }
+        Write(file);
+        ASSERT_EQ(Run(motr), 0) << err;
+        std::vector<std::string> lines = Lines(out);
+        ASSERT_EQ(lines.size(), expected.size()) << out;
+        for (size_t i = 0; i < lines.size(); ++i)
+            EXPECT_EQ(lines[i], expected[i]) << "line " << i;
+    }
+
+    // The exit status; what the tool wrote goes to out and err.
+    int Run(const std::string& args)
+    {
+        const std::string command = std::string("'") + MOTR2CSV_BIN + "' " + args + " >'" + dir + "/stdout' 2>'" +
+                                    dir + "/stderr'";
+        const int status = std::system(command.c_str());
+        out = ReadAll(dir + "/stdout");
+        err = ReadAll(dir + "/stderr");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string dir, motr, out, err;
+};
+
+TEST_F(Motr2Csv, DecodesEveryPacketKindWithTimeSinceGoAsTheLinkCountsIt)
+{
+    ExpectRows({
+        {kReset, "0,,,HC08Reset,,,,3,7,2,1000,5,,"},
+        // The recorder's pegs map at tick 0, active low: right 0xF0, left 0x0F.
+        {Packet({0x10, 0x07, 0, 0, 0, 0x40, 0x0F, 0xF0}), "0,,,PegsMap,,15,240,,,,,,,"},
+        // No go yet: time since go unknown.
+        {Packet({0x10, 0x05, 0, 0x01, 0x00, 0x3B}), "256,,,CapsitLeftDown,,,,,,,,,,"},
+        // Go 16 ticks before the counter wraps.
+        {Packet({0x10, 0x05, 0xFF, 0xFF, 0xF0, 0x20}), "16777200,0,0.000,TimerGo,,,,,,,,,,"},
+        {Packet({0x10, 0x05, 0, 0, 0x10, 0x38}), "16,32,32.000,CapsitRightDown,,,,,,,,,,"},
+        {Packet({0x10, 0x07, 0, 0x01, 0x00, 0x30, 0x01, 0x23}), "256,272,272.000,DigitoLeftDownward,291,,,,,,,,,"},
+        // The rollover counts from the next packet on.
+        {Packet({0x10, 0x05, 0, 0x02, 0x00, 0x21}), "512,528,528.000,TimerRollover,,,,,,,,,,"},
+        {Packet({0x10, 0x05, 0, 0, 0x10, 0x39}), "16,16777248,16777248.000,CapsitRightUp,,,,,,,,,,"},
+        // A tap without its delta bytes reports delta 0.
+        {Packet({0x10, 0x05, 0, 0, 0x20, 0x35}), "32,16777264,16777264.000,DigitoRightUpward,0,,,,,,,,,"},
+        {Packet({0x10, 0x07, 0, 0, 0x30, 0x34, 0xFF, 0xFF}),
+         "48,16777280,16777280.000,DigitoRightDownward,65535,,,,,,,,,"},
+        {Packet({0x10, 0x07, 0, 0, 0x40, 0x31, 0x00, 0x05}), "64,16777296,16777296.000,DigitoLeftUpward,5,,,,,,,,,"},
+        {Packet({0x10, 0x05, 0, 0, 0x50, 0x3C}), "80,16777312,16777312.000,CapsitLeftUp,,,,,,,,,,"},
+        {Packet({0x10, 0x07, 0, 0, 0x60, 0x40, 0xFE, 0x7F}), "96,16777328,16777328.000,PegsMap,,128,1,,,,,,,"},
+        // Packets that raise no script event.
+        {Packet({0x11, 0x06, 0, 0, 0x70, 0x03, 0x01}), "112,16777344,16777344.000,CmdResponse,,,,,,,,,1,"},
+        {Packet({0x11, 0x05, 0, 0, 0x70, 0x01}), "112,16777344,16777344.000,Note01,,,,,,,,,,"},
+        {Packet({0x11, 0x05, 0, 0, 0x70, 0x02}), "112,16777344,16777344.000,UnknownNote,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x00}), "112,16777344,16777344.000,ErrorNone,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x01}), "112,16777344,16777344.000,ErrorOverflow,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x80}), "112,16777344,16777344.000,ErrorBadVCore,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x81}), "112,16777344,16777344.000,ErrorBad5V,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x82}), "112,16777344,16777344.000,ErrorBad3V,,,,,,,,,,"},
+        {Packet({0x12, 0x05, 0, 0, 0x70, 0x55}), "112,16777344,16777344.000,UnknownError,,,,,,,,,,"},
+        {Packet({0x10, 0x05, 0, 0, 0x70, 0x41}), "112,16777344,16777344.000,UnknownDeviceEvent,,,,,,,,,,"},
+        // A second go starts afresh and forgets the rollover.
+        {Packet({0x10, 0x05, 0, 0x0A, 0x00, 0x20}), "2560,0,0.000,TimerGo,,,,,,,,,,"},
+        {Packet({0x10, 0x05, 0, 0x0A, 0x64, 0x3B}), "2660,100,100.000,CapsitLeftDown,,,,,,,,,,"},
+        // A reset note mid-test (4000 Hz) keeps the go but changes the rate.
+        {Packet({0x11, 0x0D, 0, 0x0A, 0x68, 0x00, 4, 1, 0, 0x00, 0x00, 0x0F, 0xA0, 0}),
+         "2664,104,26.000,HC08Reset,,,,4,1,0,4000,0,,"},
+        {Packet({0x10, 0x05, 0, 0x0A, 0x6E, 0x3B}), "2670,110,27.500,CapsitLeftDown,,,,,,,,,,"},
+    });
+    EXPECT_EQ(err, "");
+}
+
+TEST_F(Motr2Csv, FlagsDamagedPacketsAndKeepsTheirGoOutOfTheCount)
+{
+    // Checksums written out: D6, 87 and 50 would be right.
+    const Bytes badGo = {0x10, 0x05, 0, 0x01, 0xF4, 0x20, 0xD7};
+    const Bytes badClass = {0x42, 0x05, 0, 0x02, 0x00, 0x30, 0x07};
+    const Bytes badPegs = {0x10, 0x06, 0, 0x02, 0x58, 0x40, 0x00, 0x51};
+    ExpectRows({
+        {kReset, "0,,,HC08Reset,,,,3,7,2,1000,5,,"},
+        {Packet({0x10, 0x05, 0, 0x00, 0x64, 0x20}), "100,0,0.000,TimerGo,,,,,,,,,,"},
+        // The link drops a go with a bad checksum: later packets still count from tick 100.
+        {badGo, "500,400,400.000,TimerGo,,,,,,,,,,bad checksum 0xD7 (expected 0xD6)"},
+        {Packet({0x10, 0x05, 0, 0x02, 0x58, 0x38}), "600,500,500.000,CapsitRightDown,,,,,,,,,,"},
+        {badClass, "512,412,412.000,UnknownClass,,,,,,,,,,bad checksum 0x07 (expected 0x87)"},
+        {badPegs, "600,500,500.000,PegsMap,,,,,,,,,,bad checksum 0x51 (expected 0x50); bad payload size"},
+        // Framed right, but a payload the link refuses.
+        {Packet({0x10, 0x06, 0, 0x02, 0x58, 0x30, 0x12}),
+         "600,500,500.000,DigitoLeftDownward,,,,,,,,,,bad payload size"},
+        {Packet({0x10, 0x04, 0, 0x02, 0x58}), "600,500,500.000,DeviceEvent,,,,,,,,,,bad payload size"},
+        {Packet({0x11, 0x0C, 0, 0x02, 0x58, 0x00, 3, 7, 2, 0, 0, 0x03, 0xE8}),
+         "600,500,500.000,HC08Reset,,,,,,,,,,bad payload size"},
+        {Packet({0x11, 0x05, 0, 0x02, 0x58, 0x03}), "600,500,500.000,CmdResponse,,,,,,,,,,bad payload size"},
+    });
+    EXPECT_EQ(err, "motr2csv: " + motr + ": 7 packets flagged in the problem column\n");
+}
+
+TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
+{
+    const Bytes go = Packet({0x10, 0x05, 0, 0, 0, 0x20});
+    auto recording = [&](Bytes tail) {
+        Bytes file = kHeader;
+        file.insert(file.end(), kReset.begin(), kReset.end());
+        file.insert(file.end(), tail.begin(), tail.end());
+        return file;
+    };
+    const struct
+    {
+        const char* what;
+        Bytes file;
+        std::string error;
+    } cases[] = {
+        {"empty", {}, "byte 0: header cut short (0 of 6 bytes)"},
+        {"header cut short", {'M', 'O', 'T', 'R', 0x00}, "byte 5: header cut short (5 of 6 bytes)"},
+        {"another format", {'R', 'I', 'F', 'F', 0x24, 0x00, 0x00, 0x00},
+         "byte 0: not a .motr recording (starts 52 49 46 46, not \"MOTR\")"},
+        {"short and wrong", {'M', 'O', 'X'}, "byte 0: not a .motr recording (starts 4D 4F 58, not \"MOTR\")"},
+        {"version read big-endian", {'M', 'O', 'T', 'R', 0x01, 0x00},
+         "byte 4: unsupported .motr version 1 (expected 256)"},
+        {"packet cut short", recording(Bytes(go.begin(), go.end() - 1)),
+         "packet 1 at byte 21: cut short (a 7-byte packet, 6 bytes left)"},
+        {"no length byte", recording({0x10}), "packet 1 at byte 21: cut short (1 byte left, no length byte)"},
+        {"length too small", recording(Packet({0x10, 0x03, 0, 0, 0})),
+         "packet 1 at byte 21: bad length byte 0x03 (a 5-byte packet; 6 to 16 allowed)"},
+        {"length too large", recording(Bytes(17, 0x0F)),
+         "packet 1 at byte 21: bad length byte 0x0F (a 17-byte packet; 6 to 16 allowed)"},
+        {"unknown class", recording(Packet({0x13, 0x05, 0, 0, 0, 0x20})), "packet 1 at byte 21: unknown class 0x13"},
+        {"host command class", recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
+         "packet 1 at byte 21: unknown class 0x5A"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        Write(c.file);
+        EXPECT_EQ(Run("'" + motr + "' -o '" + dir + "/out.csv'"), 1);
+        EXPECT_EQ(err, "motr2csv: " + motr + ": " + c.error + "\n");
+        EXPECT_EQ(out, "");
+        EXPECT_NE(access((dir + "/out.csv").c_str(), F_OK), 0) << "output written for a file that failed";
+    }
+}
+
+TEST_F(Motr2Csv, WritesTheFileGivenAndTheHeaderOnRequest)
+{
+    Bytes file = kHeader;
+    file.insert(file.end(), kReset.begin(), kReset.end());
+    Write(file);
+    ASSERT_EQ(Run("'" + motr + "' -o '" + dir + "/out.csv'"), 0) << err;
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(ReadAll(dir + "/out.csv"),
+              std::string(kColumns) + "\n0,6,0,,,HC08Reset,,,,3,7,2,1000,5,,," + Hex(kReset) + "\n");
+
+    ASSERT_EQ(Run("--header '" + motr + "'"), 0) << err;
+    EXPECT_EQ(out, "field,value\nmagic,MOTR\nversion,256\npacket_bytes,15\npackets,1\n");
+
+    EXPECT_EQ(Run(""), 2);
+    EXPECT_EQ(Run("'" + motr + "' --bogus"), 2);
+}
+
+}  // namespace
