@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# The compression library's test: the Windows test program on a device disk
+# prepared for it, then the archives it leaves on the disk checked by the
+# native unzip and by Python's zipfile against the files they were made from.
+#   szip_check.sh TEST_PROGRAM
+# The disk's folder \full is a full disk: as root, a 64 KiB tmpfs mounted
+# there; otherwise \full\compress.zip.tmp, the library's temporary file, is a
+# link to /dev/full. SZIP_FULL_DISK tells the program which.
+set -uo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+prog=${1:?the test_compress program}
+disk=$(mktemp -d "${TMPDIR:-/tmp}/brennock-szip.XXXXXX")
+mounted=0
+cleanup() {
+  [ $mounted -eq 1 ] && umount -l "$disk/full"
+  rm -rf "$disk"
+}
+trap cleanup EXIT
+failures=0
+check() {  # check DESCRIPTION COMMAND...
+  local what=$1; shift
+  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
+}
+
+mkdir -p "$disk/Hard Disk" "$disk/full"
+if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=64k brennock-szip-full "$disk/full" 2>/dev/null; then
+  mounted=1
+  export SZIP_FULL_DISK=tmpfs
+else
+  ln -s /dev/full "$disk/full/compress.zip.tmp"
+  export SZIP_FULL_DISK=devfull
+fi
+echo "full disk: $SZIP_FULL_DISK"
+
+check "the Windows tests" "$root/scripts/winrun" --no-build --disk "$disk" "$prog"
+if [ $mounted -eq 1 ]; then
+  check "the full disk holds only the earlier archive" test "$(ls -A "$disk/full")" = compress.zip
+fi
+
+checker="$root/tests/compress/check_zip.py"
+check "unzip -t compress.zip" unzip -tq "$disk/compress.zip"
+check "unzip -t stored.zip" unzip -tq "$disk/stored.zip"
+check "zipfile: compress.zip" python3 "$checker" --method 8 "$disk/compress.zip" "$disk/Device Temp"
+check "zipfile: stored.zip" python3 "$checker" --method 0 "$disk/stored.zip" "$disk/Device Temp"
+check "zipfile: empty.zip" python3 "$checker" --glob '*.none' "$disk/empty.zip" "$disk/emptycase"
+
+exit $failures
