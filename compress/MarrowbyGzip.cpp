@@ -121,3 +121,14 @@ extern "C" int WINAPI sZip(BSTR pattern, BSTR destination, DWORD reserved, DWORD
         return SZIP_E_ARGUMENTS;
     return Pack(pattern, destination, static_cast<int>(level));
 }
+
+// The library's entry point. It is linked without the C runtime's start-up
+// code: nothing here needs initialising, and that code would give the DLL a
+// static thread-local storage directory, which the platform's loader must
+// then patch into every running thread at each load and unload. The library
+// is loaded and freed at every session end, in a host whose threads come and
+// go; a DLL without TLS keeps that path out of the loader altogether.
+extern "C" BOOL WINAPI MarrowbyDllEntry(HINSTANCE, DWORD, LPVOID)
+{
+    return TRUE;
+}

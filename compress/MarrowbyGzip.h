@@ -1,6 +1,6 @@
 // MarrowbyGzip.dll: the device's compression library. It packs the files of a
-// session into one ZIP archive for the session-end packaging (spec Part 7.5,
-// CompressTempFiles). The control loads it at run time:
+// session into one ZIP archive for the session-end packaging (the test
+// manager's CompressTempFiles). The control loads it at run time:
 //
 //   HMODULE h = LoadLibraryW(L"\\Device Software\\MarrowbyGzip.dll");
 //   auto zip = reinterpret_cast<SZipProc>(GetProcAddress(h, "sZip"));

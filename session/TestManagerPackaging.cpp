@@ -10,6 +10,7 @@
 
 #include <cwchar>
 
+#include "compress/MarrowbyGzip.h"
 #include "diag/Assert.h"
 #include "diag/DebugOut.h"
 #include "session/SessionFolders.h"
@@ -22,8 +23,6 @@ const wchar_t kWarningNoLibrary[] =
 // the deflate level.
 constexpr DWORD kZipReserved = 0;
 constexpr DWORD kZipLevel = 6;
-
-typedef int(WINAPI* SZipProc)(BSTR pattern, BSTR destination, DWORD reserved, DWORD level);
 
 // "<folder>\<name>" into path (room characters); false when it does not fit.
 bool JoinPath(wchar_t* path, size_t room, const wchar_t* folder, const wchar_t* name)

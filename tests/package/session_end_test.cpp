@@ -78,10 +78,11 @@ protected:
         ASSERT_EQ(ok, 1);
         ASSERT_EQ(control->SessionStart(), S_OK);
     }
-    // Ends the session normally and waits for its SessionEnded cause.
-    short EndSession()
+    // Ends the session normally and waits for its SessionEnded cause; a
+    // failed packaging also fails the call.
+    short EndSession(HRESULT expected = S_OK)
     {
-        EXPECT_EQ(script().Call(L"SessionEndNormal"), S_OK);
+        EXPECT_EQ(script().Call(L"SessionEndNormal"), expected);
         EXPECT_TRUE(PumpUntil([&] { return Count(kSessionEnded) > 0; }, 120000));
         for (const ReceivedEvent& e : sink.events)
             if (e.id == kSessionEnded && e.args.size() == 1 && e.args[0].vt == VT_I2)
@@ -177,7 +178,7 @@ TEST_F(SessionEndTest, AFailingLibraryEndsWith102AndCopiesNothing)
     OpenAndStart();
     ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", "RIFF"));
     DebugCapture debug;
-    EXPECT_EQ(EndSession(), 102);
+    EXPECT_EQ(EndSession(E_FAIL), 102);
     EXPECT_EQ(FilesIn(L"\\Hard Disk\\Device Data"), Names{});
     EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
     EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
