@@ -40,3 +40,15 @@ add_dependencies(test_sim brennock-mcu)
 # Wine by scripts/winrun; see the source).
 add_library(ptymodem SHARED ${CMAKE_SOURCE_DIR}/sim/ptymodem.c)
 target_link_libraries(ptymodem PRIVATE dl)
+
+# Study-server tools: a study's keys and its devices' blocks (provision),
+# session packages opened and checked (ezip). The pieces are a library the
+# tests and the benchmark link too.
+find_package(OpenSSL 3 REQUIRED)
+find_package(ZLIB REQUIRED)
+file(GLOB STUDY_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/crypto/*.cpp
+  ${CMAKE_SOURCE_DIR}/tools/study/*.cpp ${CMAKE_SOURCE_DIR}/tools/ezip/*.cpp)
+add_library(brennock_study STATIC ${STUDY_SOURCES})
+target_link_libraries(brennock_study PUBLIC OpenSSL::Crypto ZLIB::ZLIB)
+add_executable(provision ${CMAKE_SOURCE_DIR}/tools/provision.cpp)
+target_link_libraries(provision PRIVATE brennock_study)
