@@ -52,3 +52,6 @@ add_library(brennock_study STATIC ${STUDY_SOURCES})
 target_link_libraries(brennock_study PUBLIC OpenSSL::Crypto ZLIB::ZLIB)
 add_executable(provision ${CMAKE_SOURCE_DIR}/tools/provision.cpp)
 target_link_libraries(provision PRIVATE brennock_study)
+add_executable(ezip ${CMAKE_SOURCE_DIR}/tools/ezip.cpp)
+target_link_libraries(ezip PRIVATE brennock_study)
+
