@@ -55,3 +55,14 @@ target_link_libraries(provision PRIVATE brennock_study)
 add_executable(ezip ${CMAKE_SOURCE_DIR}/tools/ezip.cpp)
 target_link_libraries(ezip PRIVATE brennock_study)
 
+# Native tests of the study tools, with a reference encoder of packages in
+# their support.
+file(GLOB TOOLS_TEST_SUPPORT CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/support/*.cpp)
+add_library(brennock_tooltest STATIC ${TOOLS_TEST_SUPPORT})
+target_link_libraries(brennock_tooltest PUBLIC brennock_study GTest::gtest)
+target_compile_definitions(brennock_tooltest PUBLIC BRENNOCK_PROVISION_BIN="$<TARGET_FILE:provision>"
+  BRENNOCK_EZIP_BIN="$<TARGET_FILE:ezip>")
+file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*_test.cpp)
+add_executable(test_tools ${TOOLS_TEST_SOURCES})
+target_link_libraries(test_tools PRIVATE brennock_tooltest GTest::gtest_main)
+add_dependencies(test_tools provision ezip)
