@@ -56,7 +56,7 @@ add_executable(ezip ${CMAKE_SOURCE_DIR}/tools/ezip.cpp)
 target_link_libraries(ezip PRIVATE brennock_study)
 
 # Native tests of the study tools, with a reference encoder of packages in
-# their support.
+# their support (the benchmark makes its packages with it too).
 file(GLOB TOOLS_TEST_SUPPORT CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/support/*.cpp)
 add_library(brennock_tooltest STATIC ${TOOLS_TEST_SUPPORT})
 target_link_libraries(brennock_tooltest PUBLIC brennock_study GTest::gtest)
@@ -66,3 +66,6 @@ file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*
 add_executable(test_tools ${TOOLS_TEST_SOURCES})
 target_link_libraries(test_tools PRIVATE brennock_tooltest GTest::gtest_main)
 add_dependencies(test_tools provision ezip)
+add_executable(bench_ezip ${CMAKE_SOURCE_DIR}/bench/tools/bench_ezip.cpp)
+target_link_libraries(bench_ezip PRIVATE brennock_tooltest)
+add_dependencies(bench_ezip provision ezip)
