@@ -40,14 +40,38 @@ target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simconsole brenn
 target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
 add_dependencies(test_sim brennock-mcu)
 
-# Native tests of the study-server tools: they run the tools' binaries on real files.
-file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*_test.cpp)
-add_executable(test_tools ${TOOLS_TEST_SOURCES})
-target_link_libraries(test_tools PRIVATE GTest::gtest_main)
-target_compile_definitions(test_tools PRIVATE MOTR2CSV_BIN="$<TARGET_FILE:motr2csv>")
-add_dependencies(test_tools motr2csv)
-
 # Modem lines for the bench's pseudo-terminal serial ports (preloaded into
 # Wine by scripts/winrun; see the source).
 add_library(ptymodem SHARED ${CMAKE_SOURCE_DIR}/sim/ptymodem.c)
 target_link_libraries(ptymodem PRIVATE dl)
+
+# Study-server tools: a study's keys and its devices' blocks (provision),
+# session packages opened and checked (ezip). The pieces are a library the
+# tests and the benchmark link too.
+find_package(OpenSSL 3 REQUIRED)
+find_package(ZLIB REQUIRED)
+file(GLOB STUDY_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tools/crypto/*.cpp
+  ${CMAKE_SOURCE_DIR}/tools/study/*.cpp ${CMAKE_SOURCE_DIR}/tools/ezip/*.cpp)
+add_library(brennock_study STATIC ${STUDY_SOURCES})
+target_link_libraries(brennock_study PUBLIC OpenSSL::Crypto ZLIB::ZLIB)
+add_executable(provision ${CMAKE_SOURCE_DIR}/tools/provision.cpp)
+target_link_libraries(provision PRIVATE brennock_study)
+add_executable(ezip ${CMAKE_SOURCE_DIR}/tools/ezip.cpp)
+target_link_libraries(ezip PRIVATE brennock_study)
+
+# Native tests of the study tools, with a reference encoder of packages in
+# their support (the benchmark makes its packages with it too).
+file(GLOB TOOLS_TEST_SUPPORT CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/support/*.cpp)
+add_library(brennock_tooltest STATIC ${TOOLS_TEST_SUPPORT})
+target_link_libraries(brennock_tooltest PUBLIC brennock_study GTest::gtest)
+target_compile_definitions(brennock_tooltest PUBLIC BRENNOCK_PROVISION_BIN="$<TARGET_FILE:provision>"
+  BRENNOCK_EZIP_BIN="$<TARGET_FILE:ezip>")
+file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*_test.cpp)
+# They run the tools' binaries on real files.
+add_executable(test_tools ${TOOLS_TEST_SOURCES})
+target_link_libraries(test_tools PRIVATE brennock_tooltest GTest::gtest_main)
+target_compile_definitions(test_tools PRIVATE MOTR2CSV_BIN="$<TARGET_FILE:motr2csv>")
+add_dependencies(test_tools provision ezip motr2csv)
+add_executable(bench_ezip ${CMAKE_SOURCE_DIR}/bench/tools/bench_ezip.cpp)
+target_link_libraries(bench_ezip PRIVATE brennock_tooltest)
+add_dependencies(bench_ezip provision ezip)

@@ -10,6 +10,6 @@ unset DISPLAY WAYLAND_DISPLAY
 
 # Debian packages the project needs on a fresh machine.
 BRENNOCK_PACKAGES="wine64 wine libwine-dev g++-mingw-w64-x86-64-posix mingw-w64-tools cmake make
-  googletest libz-mingw-w64-dev libssl-dev g++ ca-certificates unzip python3"
+  googletest libz-mingw-w64-dev libssl-dev zlib1g-dev openssl zip unzip python3 g++ ca-certificates"
 
 brennock_log() { echo "[brennock] $*" >&2; }

@@ -1,0 +1,170 @@
+#include "tests/tools/support/PackageEncoder.h"
+
+#include <gtest/gtest.h>
+#include <openssl/core_names.h>
+#include <openssl/rand.h>
+#include <openssl/rsa.h>
+
+#include <algorithm>
+
+#include "tests/tools/support/ToolsTestKit.h"
+#include "tools/crypto/RsaKey.h"
+
+namespace toolstest {
+
+using study::Bignum;
+using study::Bytes;
+using study::ByteView;
+
+namespace {
+
+uint32_t Le(const uint8_t* p)
+{
+    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+
+void PutLe(Bytes& b, uint32_t v)
+{
+    for (int i = 0; i < 4; ++i)
+        b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+}
+
+Bignum Number(const uint8_t* p, size_t width)
+{
+    return Bignum(BN_lebin2bn(p, static_cast<int>(width), nullptr));
+}
+
+// An RSA key from the blob at p: the numbers after the 20 header bytes, in
+// order, little-endian.
+study::Pkey KeyOfBlob(const uint8_t* p, bool withPrivate)
+{
+    const size_t bits = Le(p + 12), full = bits / 8, half = bits / 16;
+    study::RsaNumbers numbers;
+    numbers.e = Number(p + 16, 4);
+    const uint8_t* at = p + 20;
+    numbers.n = Number(at, full);
+    if (withPrivate) {
+        at += full;
+        numbers.p = Number(at, half);
+        numbers.q = Number(at + half, half);
+        numbers.dp = Number(at + 2 * half, half);
+        numbers.dq = Number(at + 3 * half, half);
+        numbers.qinv = Number(at + 4 * half, half);
+        numbers.d = Number(at + 5 * half, full);
+    }
+    std::string error;
+    study::Pkey key = study::KeyFromNumbers(numbers, &error);
+    EXPECT_NE(key, nullptr) << error;
+    return key;
+}
+
+Bytes Reversed(Bytes bytes)
+{
+    std::reverse(bytes.begin(), bytes.end());
+    return bytes;
+}
+
+}  // namespace
+
+bool ReadBlockKeys(const std::filesystem::path& path, BlockKeys* keys)
+{
+    const Bytes block = ReadBytes(path);
+    if (block.size() != 4660 || std::string(block.begin() + 2612, block.begin() + 2616) != "ZOLW")
+        return false;
+    keys->authority = KeyOfBlob(block.data() + 2628, false);
+    keys->device = KeyOfBlob(block.data() + 3136, true);
+    keys->server = KeyOfBlob(block.data() + 4156, false);
+    return keys->authority && keys->device && keys->server;
+}
+
+Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned effectiveBits)
+{
+    std::string error;
+    EXPECT_TRUE(study::LoadProviders(&error)) << error;
+    // The device's public key as it exports it.
+    Bignum n = study::KeyNumber(device, OSSL_PKEY_PARAM_RSA_N);
+    Bignum e = study::KeyNumber(device, OSSL_PKEY_PARAM_RSA_E);
+    const size_t modulusBytes = static_cast<size_t>(BN_num_bytes(n.get()));
+    Bytes publicBlob = {0x06, 0x02, 0x00, 0x00};
+    PutLe(publicBlob, 0x2400);
+    PutLe(publicBlob, 0x31415352);
+    PutLe(publicBlob, static_cast<uint32_t>(modulusBytes * 8));
+    PutLe(publicBlob, static_cast<uint32_t>(BN_get_word(e.get())));
+    publicBlob.resize(20 + modulusBytes);
+    BN_bn2lebinpad(n.get(), publicBlob.data() + 20, static_cast<int>(modulusBytes));
+
+    // A fresh RC2 key, wrapped for the server.
+    uint8_t key[16];
+    RAND_bytes(key, sizeof(key));
+    study::PkeyCtx wrap(EVP_PKEY_CTX_new_from_pkey(nullptr, server, nullptr));
+    size_t wrappedBytes = static_cast<size_t>(EVP_PKEY_get_size(server));
+    Bytes wrapped(wrappedBytes);
+    EXPECT_TRUE(EVP_PKEY_encrypt_init(wrap.get()) == 1 &&
+                EVP_PKEY_CTX_set_rsa_padding(wrap.get(), RSA_PKCS1_PADDING) == 1 &&
+                EVP_PKEY_encrypt(wrap.get(), wrapped.data(), &wrappedBytes, key, sizeof(key)) == 1);
+    Bytes sessionBlob = {0x01, 0x02, 0x00, 0x00};
+    PutLe(sessionBlob, 0x6602);
+    PutLe(sessionBlob, 0xA400);
+    const Bytes reversedKey = Reversed(wrapped);
+    sessionBlob.insert(sessionBlob.end(), reversedKey.begin(), reversedKey.end());
+
+    // MD5 over B, the blob and the plain text.
+    Bytes hashed;
+    PutLe(hashed, static_cast<uint32_t>(sessionBlob.size()));
+    hashed.insert(hashed.end(), sessionBlob.begin(), sessionBlob.end());
+    hashed.insert(hashed.end(), plain.begin(), plain.end());
+    uint8_t digest[16];
+    unsigned int digestBytes = 0;
+    EVP_Digest(hashed.data(), hashed.size(), digest, &digestBytes, EVP_md5(), nullptr);
+
+    // The cipher text, piece by piece: the closing call only after a short piece.
+    study::Cipher rc2 = study::FetchRc2Cbc();
+    study::CipherCtx ctx(EVP_CIPHER_CTX_new());
+    unsigned int keyBits = effectiveBits;
+    const OSSL_PARAM params[] = {OSSL_PARAM_construct_uint(OSSL_CIPHER_PARAM_RC2_KEYBITS, &keyBits),
+                                 OSSL_PARAM_construct_end()};
+    const uint8_t iv[8] = {};
+    EXPECT_TRUE(EVP_EncryptInit_ex2(ctx.get(), rc2.get(), nullptr, nullptr, nullptr) == 1 &&
+                EVP_CIPHER_CTX_set_key_length(ctx.get(), 16) == 1 && EVP_CIPHER_CTX_set_params(ctx.get(), params) == 1 &&
+                EVP_EncryptInit_ex2(ctx.get(), nullptr, key, iv, nullptr) == 1);
+    Bytes cipher(plain.size() + 8);
+    size_t written = 0, at = 0;
+    for (;;) {
+        const size_t piece = std::min<size_t>(32768, plain.size() - at);
+        const bool final = piece < 32768;
+        int out = 0;
+        if (piece > 0) {
+            EVP_EncryptUpdate(ctx.get(), cipher.data() + written, &out, plain.data() + at, static_cast<int>(piece));
+            written += static_cast<size_t>(out);
+            if (final) {
+                EVP_EncryptFinal_ex(ctx.get(), cipher.data() + written, &out);
+                written += static_cast<size_t>(out);
+            }
+        }
+        at += piece;
+        if (final)
+            break;
+    }
+    cipher.resize(written);
+
+    // The signature, stored little-endian.
+    study::PkeyCtx sign(EVP_PKEY_CTX_new_from_pkey(nullptr, device, nullptr));
+    size_t signatureBytes = static_cast<size_t>(EVP_PKEY_get_size(device));
+    Bytes signature(signatureBytes);
+    EXPECT_TRUE(EVP_PKEY_sign_init(sign.get()) == 1 && EVP_PKEY_CTX_set_rsa_padding(sign.get(), RSA_PKCS1_PADDING) == 1 &&
+                EVP_PKEY_CTX_set_signature_md(sign.get(), EVP_md5()) == 1 &&
+                EVP_PKEY_sign(sign.get(), signature.data(), &signatureBytes, digest, digestBytes) == 1);
+    signature = Reversed(signature);
+
+    Bytes package;
+    PutLe(package, static_cast<uint32_t>(publicBlob.size()));
+    package.insert(package.end(), publicBlob.begin(), publicBlob.end());
+    PutLe(package, static_cast<uint32_t>(signature.size()));
+    package.insert(package.end(), signature.begin(), signature.end());
+    PutLe(package, static_cast<uint32_t>(sessionBlob.size()));
+    package.insert(package.end(), sessionBlob.begin(), sessionBlob.end());
+    package.insert(package.end(), cipher.begin(), cipher.end());
+    return package;
+}
+
+}  // namespace toolstest

@@ -1,0 +1,63 @@
+// What the study tools' tests share: temporary folders, running the tools,
+// files, a small ZIP writer, and one study provisioned for the whole run.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/crypto/OpenSsl.h"
+
+namespace toolstest {
+
+using study::Bytes;
+using study::ByteView;
+namespace fs = std::filesystem;
+
+// A new folder under the system's temporary folder, removed with its contents.
+class TempDir
+{
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const fs::path& path() const { return m_path; }
+    fs::path operator/(const std::string& name) const { return m_path / name; }
+
+private:
+    fs::path m_path;
+};
+
+struct RunResult
+{
+    int code = -1;
+    std::string output;  // standard output and standard error
+};
+
+// Runs a shell command line.
+RunResult Shell(const std::string& commandLine);
+
+// The tools' command lines ("provision ...", "ezip ...").
+std::string Provision();
+std::string Ezip();
+
+Bytes ReadBytes(const fs::path& path);
+void WriteBytes(const fs::path& path, ByteView bytes);
+Bytes RandomBytes(size_t count);
+
+// A ZIP archive of stored entries, as a minimal writer makes one.
+Bytes StoredZip(const std::vector<std::pair<std::string, Bytes>>& entries);
+
+// A study made with "provision study" and one device made with "provision
+// device" into a block, made once per test program.
+struct SharedStudy
+{
+    fs::path dir;
+    fs::path block;
+    std::string deviceId;  // ten digits
+};
+const SharedStudy& TheStudy();
+
+}  // namespace toolstest
