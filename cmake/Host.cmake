@@ -8,7 +8,7 @@ add_executable(tlbfix ${CMAKE_SOURCE_DIR}/cmake/tlbfix.cpp)
 add_executable(nvimage ${CMAKE_SOURCE_DIR}/tools/nvimage.cpp)
 
 # Study-server tools: a .motr sensor recording as CSV.
-add_executable(motr2csv ${CMAKE_SOURCE_DIR}/tools/motr2csv.cpp ${CMAKE_SOURCE_DIR}/tools/MotrDecoder.cpp)
+add_executable(motr2csv ${CMAKE_SOURCE_DIR}/tools/motr2csv.cpp ${CMAKE_SOURCE_DIR}/tools/motr/MotrDecoder.cpp)
 target_include_directories(motr2csv PRIVATE ${CMAKE_SOURCE_DIR})
 
 # Bench simulators. The block-file access is a library every simulator that

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/MotrDecoder.h"
+#include "tools/motr/MotrDecoder.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/MotrDecoder.h"
+#include "tools/motr/MotrDecoder.h"
 
 #include <cstdio>
 #include <cstring>
