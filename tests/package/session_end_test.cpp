@@ -202,4 +202,38 @@ TEST_F(SessionEndTest, AFailedEncryptionStillEndsWith0)
     EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
 }
 
+TEST_F(SessionEndTest, AFileThatCannotBeDeletedIsReportedAndTheRestGo)
+{
+    OpenAndStart();
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\a.wav", "RIFF"));
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\b.wav", "RIFF"));
+    HANDLE held = CreateFileW(L"\\Device Temp\\a.wav", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    DebugCapture debug;
+    EXPECT_EQ(control->SessionCancel(), S_OK);
+    EXPECT_EQ(debug.Count(L"Warning: DeleteFile failed.\r\n"), 1u);
+    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{L"a.wav"});
+    CloseHandle(held);
+}
+
+// Run by the packaging script on a device disk that is a small file system of
+// its own (BRENNOCK_FULL_DISK=1): the session's files fit, their archive not.
+TEST_F(SessionEndTest, AFullDiskDuringCompressionEndsWith102)
+{
+    if (_wgetenv(L"BRENNOCK_FULL_DISK") == nullptr)
+        GTEST_SKIP() << "needs a small device disk (tests/scripts/package_test.sh)";
+    OpenAndStart();
+    std::string noise(3 << 20, '\0');
+    unsigned x = 12345;
+    for (char& c : noise)
+        c = static_cast<char>((x = x * 1103515245u + 12345u) >> 24);
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", noise));
+    DebugCapture debug;
+    EXPECT_EQ(EndSession(E_FAIL), 102);
+    EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
+    EXPECT_EQ(FilesIn(L"\\Hard Disk\\Device Data"), Names{});
+    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip.tmp"), INVALID_FILE_ATTRIBUTES);
+}
+
 }  // namespace
