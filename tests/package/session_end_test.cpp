@@ -25,21 +25,6 @@ constexpr DISPID kActivityEnded = 14;
 constexpr DISPID kSessionEnded = 25;
 const char kManifest[] = "study: bench\r\nfiles: motr, wav\r\n";
 
-Names FilesIn(const std::wstring& folder)
-{
-    Names names;
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return names;
-    do {
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-            names.push_back(found.cFileName);
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
-    return names;
-}
-
 void EmptyFolder(const std::wstring& folder)
 {
     for (const std::wstring& name : FilesIn(folder))

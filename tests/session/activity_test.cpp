@@ -75,17 +75,7 @@ void RemoveTempFolder()
 
 Names TempFiles()
 {
-    Names names;
-    WIN32_FIND_DATAW found;
-    HANDLE search = FindFirstFileW(L"\\Device Temp\\*", &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return names;
-    do {
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY))
-            names.push_back(found.cFileName);
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
-    return names;
+    return FilesIn(L"\\Device Temp");
 }
 
 class ActivityTest : public ::testing::Test

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 // A params file with every key the control checks: sessions weekly from
 // Mon 02 Feb 2004 09:00 for 2 hours, 2 makeup days, daily practice sessions
@@ -14,6 +15,8 @@ extern const char kBenchParams[];
 bool WriteDiskFile(const std::wstring& path, const std::string& bytes);
 void DeleteDiskFile(const std::wstring& path);
 bool DiskFileExists(const std::wstring& path);
+// The names of the files (not folders) in a folder, in the order listed.
+std::vector<std::wstring> FilesIn(const std::wstring& folder);
 
 // params.txt as given, and a device whose flash was never written and that
 // has no simulation file: the NVRAM comes up with its defaults.
