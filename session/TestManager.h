@@ -28,6 +28,19 @@ class CAudio;
 class CHC08PackList;
 class CQuestions;
 
+// End causes of SessionEnded and ActivityEnded.
+constexpr short kEndCompleted = 0;
+constexpr short kEndTimedOut = 1;
+constexpr short kEndFailed = 102;
+constexpr short kEndCancelled = 103;
+
+// Tests 1..6 record the sensors; 7 is the questionnaire.
+constexpr int kFirstSensorTest = 1;
+constexpr int kLastSensorTest = 6;
+constexpr int kQuestionnaireTest = 7;
+constexpr int kMaxTestSeconds = 1200;
+constexpr size_t kMaxTestNameLength = 10;
+
 class CTestManager
 {
 public:
