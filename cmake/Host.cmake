@@ -22,10 +22,15 @@ target_link_libraries(brennock_simconsole PUBLIC brennock_simgpio)
 add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
 target_link_libraries(brennock-panel PRIVATE brennock_simconsole brennock_simgpio)
 
-# The sensor microcontroller: packets, pseudo-terminal and scenario pieces in
-# a library its tests link too.
+# The pseudo-terminals the serial simulators hold, and their paced output.
+add_library(brennock_simserial STATIC ${CMAKE_SOURCE_DIR}/sim/Pty.cpp ${CMAKE_SOURCE_DIR}/sim/SerialOut.cpp)
+target_link_libraries(brennock_simserial PUBLIC brennock_simconsole)
+
+# The sensor microcontroller: packets and scenario pieces in a library its
+# tests link too.
 add_library(brennock_simmcu STATIC ${CMAKE_SOURCE_DIR}/sim/McuPacket.cpp
-  ${CMAKE_SOURCE_DIR}/sim/McuScript.cpp ${CMAKE_SOURCE_DIR}/sim/Pty.cpp)
+  ${CMAKE_SOURCE_DIR}/sim/McuScript.cpp)
+target_link_libraries(brennock_simmcu PUBLIC brennock_simserial)
 add_executable(brennock-mcu ${CMAKE_SOURCE_DIR}/sim/mcu.cpp)
 target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simconsole brennock_simgpio)
 
