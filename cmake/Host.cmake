@@ -34,16 +34,25 @@ target_link_libraries(brennock_simmcu PUBLIC brennock_simserial)
 add_executable(brennock-mcu ${CMAKE_SOURCE_DIR}/sim/mcu.cpp)
 target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simconsole brennock_simgpio)
 
+# The recording watch: its side of the protocol and its scenario language.
+add_library(brennock_simwatch STATIC ${CMAKE_SOURCE_DIR}/sim/WatchProtocol.cpp
+  ${CMAKE_SOURCE_DIR}/sim/WatchScript.cpp)
+target_link_libraries(brennock_simwatch PUBLIC brennock_simserial)
+add_executable(brennock-watch ${CMAKE_SOURCE_DIR}/sim/watch.cpp)
+target_link_libraries(brennock-watch PRIVATE brennock_simwatch brennock_simconsole brennock_simgpio)
+
 # Native tests of the simulators' pieces (run by the Windows half's CTest).
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 file(GLOB SIM_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/sim/*_test.cpp)
 add_executable(test_sim ${SIM_TEST_SOURCES})
-target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simconsole brennock_simgpio GTest::gtest_main)
+target_link_libraries(test_sim PRIVATE brennock_simmcu brennock_simwatch brennock_simconsole brennock_simgpio
+  GTest::gtest_main)
 # The end-to-end tests start the simulators themselves.
-target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>")
-add_dependencies(test_sim brennock-mcu)
+target_compile_definitions(test_sim PRIVATE BRENNOCK_MCU_BIN="$<TARGET_FILE:brennock-mcu>"
+  BRENNOCK_WATCH_BIN="$<TARGET_FILE:brennock-watch>")
+add_dependencies(test_sim brennock-mcu brennock-watch)
 
 # Modem lines for the bench's pseudo-terminal serial ports (preloaded into
 # Wine by scripts/winrun; see the source).
