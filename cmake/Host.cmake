@@ -11,6 +11,11 @@ add_executable(nvimage ${CMAKE_SOURCE_DIR}/tools/nvimage.cpp)
 add_executable(motr2csv ${CMAKE_SOURCE_DIR}/tools/motr2csv.cpp ${CMAKE_SOURCE_DIR}/tools/motr/MotrDecoder.cpp)
 target_include_directories(motr2csv PRIVATE ${CMAKE_SOURCE_DIR})
 
+# Study-server tools: a .trem watch data file as the watch's memory and a CSV
+# of its parameters.
+add_executable(trem2bin ${CMAKE_SOURCE_DIR}/tools/trem2bin.cpp ${CMAKE_SOURCE_DIR}/tools/trem/TremDecoder.cpp)
+target_include_directories(trem2bin PRIVATE ${CMAKE_SOURCE_DIR})
+
 # Bench simulators. The block-file access is a library every simulator that
 # follows the control's GPIO lines links.
 include_directories(${CMAKE_SOURCE_DIR})
@@ -84,8 +89,9 @@ file(GLOB TOOLS_TEST_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/tools/*
 # They run the tools' binaries on real files.
 add_executable(test_tools ${TOOLS_TEST_SOURCES})
 target_link_libraries(test_tools PRIVATE brennock_tooltest GTest::gtest_main)
-target_compile_definitions(test_tools PRIVATE MOTR2CSV_BIN="$<TARGET_FILE:motr2csv>")
-add_dependencies(test_tools provision ezip motr2csv)
+target_compile_definitions(test_tools PRIVATE MOTR2CSV_BIN="$<TARGET_FILE:motr2csv>"
+  TREM2BIN_BIN="$<TARGET_FILE:trem2bin>")
+add_dependencies(test_tools provision ezip motr2csv trem2bin)
 add_executable(bench_ezip ${CMAKE_SOURCE_DIR}/bench/tools/bench_ezip.cpp)
 target_link_libraries(bench_ezip PRIVATE brennock_tooltest)
 add_dependencies(bench_ezip provision ezip)
