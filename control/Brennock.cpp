@@ -13,6 +13,7 @@
 #include "session/NVRAMBoard.h"
 #include "session/StoredParams.h"
 #include "session/TestManager.h"
+#include "watch/Watch.h"
 
 // Records an assertion against this source file at the given line.
 static void AssertAt(short line)
@@ -283,6 +284,12 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - new HC08 failed.\r\n");
         return S_OK;
     }
+    m_pWatch = new (std::nothrow) CWatch(BrennockModule::Instance(), static_cast<IManagerSite*>(this));
+    if (m_pWatch == nullptr) {
+        AssertAt(220);
+        DebugOut(L"Open - new CWatch failed.\r\n");
+        return S_OK;
+    }
 
     // Opening, in its own order: audio, NVRAM, stored parameters, test
     // manager, GPIO, microcontroller link, watch. The debug log is never
@@ -310,6 +317,11 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - HC08 open failed.\r\n");
         return S_OK;
     }
+    if (!m_pWatch->Open()) {
+        AssertAt(278);
+        DebugOut(L"Open - Watch open failed.\r\n");
+        return S_OK;
+    }
 
     ok = 1;
     return S_OK;
@@ -322,6 +334,8 @@ STDMETHODIMP CBrennock::Close()
     // deleted.
     if (m_pGpio != nullptr)
         m_pGpio->Close();
+    if (m_pWatch != nullptr)
+        m_pWatch->Close();
     if (m_pHC08 != nullptr)
         m_pHC08->Close();
     if (m_pNVRAM != nullptr)
@@ -336,6 +350,10 @@ STDMETHODIMP CBrennock::Close()
     if (m_pGpio != nullptr) {
         delete m_pGpio;
         m_pGpio = nullptr;
+    }
+    if (m_pWatch != nullptr) {
+        delete m_pWatch;
+        m_pWatch = nullptr;
     }
     if (m_pHC08 != nullptr) {
         delete m_pHC08;

@@ -13,6 +13,7 @@
 #include "session/NVRAMBoard.h"
 #include "session/StoredParams.h"
 #include "session/TestManager.h"
+#include "watch/Watch.h"
 
 // A method whose manager does not exist yet writes its guard text and fails.
 #define BRENNOCK_GUARD(manager, text) \
@@ -24,9 +25,10 @@
     } while (0)
 
 
-STDMETHODIMP CBrennock::SetWatchPower(short)
+STDMETHODIMP CBrennock::SetWatchPower(short powerOn)
 {
     BRENNOCK_GUARD(m_pWatch, L"SetWatchPower - Open() not called beforehand.\r\n");
+    m_pWatch->SetWatchPower(powerOn != 0);
     return S_OK;
 }
 
@@ -147,22 +149,38 @@ STDMETHODIMP CBrennock::QuestionResponse(BSTR questionID, BSTR responseID)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::WatchSaveStart(BSTR)
+STDMETHODIMP CBrennock::WatchSaveStart(BSTR dataName)
 {
     BRENNOCK_GUARD(m_pWatch, L"WatchSaveStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (dataName == nullptr) {
+        DebugOut(L"WatchSaveStart - null dataName.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pWatch->WatchSaveStart(dataName)) {
+        DebugOut(L"WatchSaveStart - WatchSaveStart failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::WatchSaveCancel()
 {
     BRENNOCK_GUARD(m_pWatch, L"WatchSaveCancel - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pWatch->WatchSaveCancel()) {
+        DebugOut(L"WatchSaveCancel - WatchSaveCancel failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::WatchDataDestroyStart()
 {
     BRENNOCK_GUARD(m_pWatch, L"WatchDataDestroyStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pWatch->WatchDataDestroyStart()) {
+        DebugOut(L"WatchDataDestroyStart - WatchDataDestroyStart failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimHC08Reset(short hc08Rev, short hc08Build, short resetSource, double tickHz, short postResult)
