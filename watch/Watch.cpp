@@ -297,7 +297,7 @@ void CWatch::RunCommand(const WatchCmdResp* command)
         if (command->size >= sizeof(address))
             memcpy(&address, command->Data(), sizeof(address));
         wchar_t text[32];
-        swprintf(text, 32, L"%s%04lx", L"***N", static_cast<unsigned long>(address));
+        swprintf(text, 32, L"%ls%04lx", L"***N", static_cast<unsigned long>(address));
         ok = ExecuteWatchCmd(text, &response, &size);
         SendWatchResponse(kWatchRespBlockRead, ok, size, response);
         break;

@@ -192,7 +192,7 @@ bool CWatch::SyncWithWatch()
                 DebugOut(L"Carriage Return didn't produce watch output.\r\n");
                 break;
             }
-            DebugOutF(L"pre-read '%c'\r\n", static_cast<wchar_t>(c));
+            DebugOutF(L"pre-read '%lc'\r\n", static_cast<wint_t>(c));
             if (c == kPrompt)
                 return true;
         }
@@ -288,7 +288,7 @@ bool CWatch::SendCommandEchoed(const char* command)
             return false;
         }
         if (got != wanted) {
-            DebugOutF(L"Wanted '%c', got '%c'.\n", static_cast<wchar_t>(wanted), static_cast<wchar_t>(got));
+            DebugOutF(L"Wanted '%lc', got '%lc'.\n", static_cast<wint_t>(wanted), static_cast<wint_t>(got));
             return false;
         }
     }
@@ -316,7 +316,7 @@ bool CWatch::ExecuteTextCommand(const char*, BYTE* response, DWORD* pSize)
             return false;
         }
         response[count++] = c;
-        DebugOutF(L"%c", static_cast<wchar_t>(c));
+        DebugOutF(L"%lc", static_cast<wint_t>(c));
         if (c == kPrompt)
             break;
     }
@@ -370,7 +370,7 @@ bool CWatch::ExecuteBinaryCommand(const char*, const DCB& saved, BYTE* response,
             Sleep(kTerminatorWaitMs);
             break;
         }
-        DebugOutF(L"read '%c'\r\n", static_cast<wchar_t>(c));
+        DebugOutF(L"read '%lc'\r\n", static_cast<wint_t>(c));
         if (c == kPrompt)
             break;
     }
