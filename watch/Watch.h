@@ -115,6 +115,7 @@ private:
     bool ExecuteTextCommand(const char* command, BYTE* response, DWORD* pSize);
     bool ExecuteBinaryCommand(const char* command, const DCB& saved, BYTE* response, DWORD* pSize);
     bool SendCommandEchoed(const char* command);
+    void PauseUnlessClosing(DWORD ms);
 
     HINSTANCE m_hInstance;
     IManagerSite* m_pSite;

@@ -8,6 +8,7 @@
 
 #include "diag/Assert.h"
 #include "diag/DebugOut.h"
+#include "watch/WatchQueue.h"
 
 namespace {
 
@@ -128,6 +129,21 @@ bool CWatch::SetBaud(const DCB& saved, DWORD baud)
     DCB dcb = saved;
     dcb.BaudRate = baud;
     return SetCommState(m_hPort, &dcb) != FALSE;
+}
+
+// Gives the watch time to settle. Close cuts the pause short: it sets the
+// exit flag and signals the queue's event. A command queued meanwhile also
+// signals it; the thread empties the queue after every command, so taking
+// that signal here loses nothing.
+void CWatch::PauseUnlessClosing(DWORD ms)
+{
+    const DWORD start = GetTickCount();
+    while (m_exitFlag == 0 && m_pCmdQueue != nullptr) {
+        const DWORD elapsed = GetTickCount() - start;
+        if (elapsed >= ms)
+            break;
+        WaitForSingleObject(m_pCmdQueue->Event(), ms - elapsed);
+    }
 }
 
 bool CWatch::FlushSerialInput(DWORD limitMs)
@@ -367,7 +383,7 @@ bool CWatch::ExecuteBinaryCommand(const char*, const DCB& saved, BYTE* response,
         if (n == 0) {
             // The block is all there; a lost prompt is no reason to drop it.
             DebugOut(L"Warning: timeout waiting for data block terminator.\r\n");
-            Sleep(kTerminatorWaitMs);
+            PauseUnlessClosing(kTerminatorWaitMs);
             break;
         }
         DebugOutF(L"read '%lc'\r\n", static_cast<wint_t>(c));
