@@ -2,9 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <sstream>
 #include <vector>
 
+#include "sim/SimConsole.h"
 namespace sim::mcu {
 
 namespace {
@@ -154,25 +154,15 @@ Bytes PacketSpec::Make(uint32_t currentTick) const
 bool ParseCommand(const std::string& line, Command* command, std::string* error)
 {
     *command = Command();
-    std::vector<std::string> w;
-    {
-        std::istringstream in(line);
-        std::string word;
-        while (in >> word)
-            w.push_back(word);
-    }
-    if (w.empty() || w[0][0] == '#')
+    const std::vector<std::string> w = sim::Words(line);
+    if (w.empty())
         return true;
     const std::string& verb = w[0];
     uint32_t v = 0;
 
     if (verb == "mark") {
         command->kind = Command::kMark;
-        size_t at = line.find("mark") + 4;
-        size_t start = line.find_first_not_of(" \t", at);
-        command->text = (start == std::string::npos) ? "" : line.substr(start);
-        while (!command->text.empty() && (command->text.back() == '\r' || command->text.back() == ' '))
-            command->text.pop_back();
+        command->text = sim::TextAfterVerb(line);
         return true;
     }
     if (w.size() == 1) {

@@ -1,10 +1,12 @@
 #include "sim/Pty.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -64,7 +66,7 @@ PtyMaster::~PtyMaster()
     Close();
 }
 
-bool PtyMaster::Open(std::string* error)
+bool PtyMaster::Open(std::string* error, int baud)
 {
     Close();
     m_master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -81,7 +83,7 @@ bool PtyMaster::Open(std::string* error)
     }
     m_slavePath = name;
     m_slave = ::open(name, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (m_slave < 0 || !MakeRaw(m_slave, 115200)) {
+    if (m_slave < 0 || !MakeRaw(m_slave, baud)) {
         *error = m_slavePath + ": " + std::strerror(errno);
         Close();
         return false;
@@ -131,6 +133,21 @@ std::string LineSettings(int fd)
     std::snprintf(text, sizeof(text), "%d %d%c%d", BaudOf(cfgetospeed(&t)), bits, parity,
                   (t.c_cflag & CSTOPB) ? 2 : 1);
     return text;
+}
+
+int LineBaud(int fd)
+{
+    termios t;
+    if (fd < 0 || tcgetattr(fd, &t) != 0)
+        return -1;
+    return BaudOf(cfgetospeed(&t));
+}
+
+void WaitForTerminal(int fd, bool writable, double ms)
+{
+    pollfd p = {fd, static_cast<short>(POLLIN | (writable ? POLLOUT : 0)), 0};
+    timespec timeout = {static_cast<time_t>(ms / 1000), static_cast<long>(std::fmod(ms, 1000.0) * 1e6)};
+    ::ppoll(&p, 1, &timeout, nullptr);
 }
 
 int OpenRawSerial(const std::string& path, int baud, bool nonBlocking)

@@ -15,10 +15,10 @@ public:
     PtyMaster& operator=(const PtyMaster&) = delete;
 
     // Makes a new pseudo-terminal. The master is non-blocking. The slave is
-    // kept open here too, raw at 115200 baud: while one descriptor of the
-    // slave stays open, a program opening and closing it (as Wine does with a
-    // COM port) neither hangs the line up nor loses its settings.
-    bool Open(std::string* error);
+    // kept open here too, raw at the given baud rate: while one descriptor of
+    // the slave stays open, a program opening and closing it (as Wine does
+    // with a COM port) neither hangs the line up nor loses its settings.
+    bool Open(std::string* error, int baud = 115200);
     void Close();
 
     // Makes the slave this process's controlling terminal, in a session of
@@ -41,6 +41,14 @@ private:
 // The line settings last made on the slave (read through either side), as
 // "115200 8N1"; empty when they cannot be read.
 std::string LineSettings(int fd);
+
+// The output baud rate last set on the slave (read through either side);
+// -1 when it cannot be read.
+int LineBaud(int fd);
+
+// Sleeps up to ms, less when the terminal fd has bytes to read (or, with
+// writable, room to write).
+void WaitForTerminal(int fd, bool writable, double ms);
 
 // Opens a serial device (a pty slave) as a host program does: read/write,
 // raw, the given baud rate, 8N1, no flow control. -1 on failure.

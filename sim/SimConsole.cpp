@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <poll.h>
+#include <sstream>
 #include <unistd.h>
 
 #include "sim/GpioBlock.h"
@@ -49,6 +51,35 @@ std::string Trimmed(const std::string& line)
         s.pop_back();
     const size_t start = s.find_first_not_of(" \t");
     return start == std::string::npos ? std::string() : s.substr(start);
+}
+
+std::string TextAfterVerb(const std::string& line)
+{
+    const std::string s = Trimmed(line);
+    const size_t end = s.find_first_of(" \t");
+    return end == std::string::npos ? std::string() : Trimmed(s.substr(end + 1));
+}
+
+std::vector<std::string> Words(const std::string& line)
+{
+    std::vector<std::string> words;
+    std::istringstream in(line);
+    for (std::string word; in >> word;)
+        words.push_back(word);
+    if (!words.empty() && words[0][0] == '#')
+        words.clear();
+    return words;
+}
+
+bool ParseNumber(const char* text, unsigned long max, unsigned long* value)
+{
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long v = std::strtoul(text, &end, 0);
+    if (errno != 0 || *end != '\0' || *text == '\0' || *text == '-' || v > max)
+        return false;
+    *value = v;
+    return true;
 }
 
 bool ConsoleOptions::Take(int argc, char** argv, int* i, const char* name)
@@ -156,6 +187,17 @@ void SimConsole::MakeReady(const ConsoleOptions& options)
     int fd = ::open(options.ready.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd >= 0)
         ::close(fd);
+}
+
+bool SimConsole::WriteLineFile(const std::string& path, const std::string& text)
+{
+    FILE* f = std::fopen(path.c_str(), "w");
+    if (f == nullptr) {
+        Error(path + ": " + std::strerror(errno));
+        return false;
+    }
+    std::fprintf(f, "%s\n", text.c_str());
+    return std::fclose(f) == 0;
 }
 
 void SimConsole::Error(const std::string& text)

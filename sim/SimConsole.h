@@ -25,6 +25,15 @@ void InstallStopHandlers();
 // The command with the blanks around it (and a trailing CR) taken off.
 std::string Trimmed(const std::string& line);
 
+// The text after the first word of a command line, trimmed (a mark's text).
+std::string TextAfterVerb(const std::string& line);
+
+// The words of a command line; none for a blank line or a comment (#).
+std::vector<std::string> Words(const std::string& line);
+
+// An option's number: decimal or 0x hex, at most max. False for anything else.
+bool ParseNumber(const char* text, unsigned long max, unsigned long* value);
+
 // The options every simulator takes.
 struct ConsoleOptions
 {
@@ -76,6 +85,11 @@ public:
 
     // Makes the ready file, if one was asked for.
     void MakeReady(const ConsoleOptions& options);
+
+    // Writes a file holding text and a newline (a pseudo-terminal's path for
+    // whoever links it); false, with the reason on standard error, if it
+    // cannot.
+    bool WriteLineFile(const std::string& path, const std::string& text);
 
     // "<program>: <text>" on standard error.
     void Error(const std::string& text);

@@ -9,15 +9,9 @@
 // Commands (the --script file, lines appended to the command file, standard
 // input): see sim/McuScript.h and README.md, "Microcontroller simulator".
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <deque>
-#include <poll.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -26,6 +20,7 @@
 #include "sim/McuPacket.h"
 #include "sim/McuScript.h"
 #include "sim/Pty.h"
+#include "sim/SerialOut.h"
 #include "sim/SimConsole.h"
 
 namespace {
@@ -41,31 +36,15 @@ constexpr unsigned kLineGo = 21;
 // 115200 baud, start + 8 data + stop bits: one byte every 86.8 microseconds.
 constexpr double kByteMs = 10.0 * 1000.0 / 115200.0;
 
-// The shortest sleep between writes at line rate (about 6 bytes' time).
-constexpr double kLinePollMs = 0.5;
-
 // How long a latency round waits for the host's noise command.
 constexpr double kLatencyTimeoutMs = 5000;
 
-bool ParseUnsigned(const char* s, unsigned long max, unsigned long* value)
+// How the simulator marks the chunks it queues.
+enum ChunkTag
 {
-    char* end = nullptr;
-    errno = 0;
-    unsigned long v = std::strtoul(s, &end, 0);
-    if (errno != 0 || *end != '\0' || *s == '\0' || *s == '-' || v > max)
-        return false;
-    *value = v;
-    return true;
-}
-
-// Bytes waiting for the line, in order.
-struct Chunk
-{
-    enum Tag { kPlain, kLatencyProbe, kBurstLast };
-    Bytes bytes;
-    size_t offset = 0;
-    double pauseAfterMs = 0;  // the second half of a split packet waits this long
-    Tag tag = kPlain;
+    kPlain,
+    kLatencyProbe,
+    kBurstLast,
 };
 
 class Mcu
@@ -77,7 +56,7 @@ public:
 private:
     void Usage();
     void Send(const Bytes& bytes, const char* what);
-    void Queue(Bytes bytes, double pauseAfterMs = 0, Chunk::Tag tag = Chunk::kPlain);
+    void Queue(const Bytes& bytes, double pauseAfterMs = 0, ChunkTag tag = kPlain);
     bool Idle() const;
 
     uint64_t UnwrappedTicks() const;
@@ -93,7 +72,7 @@ private:
     void HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noiseOn, bool garbage);
     void ServeOutput();
     void Generate();
-    void ChunkDone(const Chunk& chunk);
+    void ChunkDone(const sim::SerialOut::Chunk& chunk);
     void ServeLatency();
     void ReportLatency();
 
@@ -124,10 +103,7 @@ private:
     std::string m_lineSettings;
 
     // Output.
-    std::deque<Chunk> m_out;
-    double m_nextByteMs = 0;  // line rate: when the line can take the next byte
-    double m_holdUntil = 0;   // a split packet's pause
-    bool m_waitWritable = false;
+    sim::SerialOut m_out{sim::SerialOut::HandOver::kAtStart};
 
     // Host bytes.
     Bytes m_rx;
@@ -182,7 +158,7 @@ bool Mcu::Start(int argc, char** argv)
         const char* v = (i + 1 < argc) ? argv[i + 1] : nullptr;
         unsigned long n = 0;
         auto number = [&](unsigned long max) {
-            if (v == nullptr || !ParseUnsigned(v, max, &n))
+            if (v == nullptr || !sim::ParseNumber(v, max, &n))
                 return false;
             ++i;
             return true;
@@ -242,15 +218,8 @@ bool Mcu::Start(int argc, char** argv)
         m_tickRate);
     CheckLineSettings();
 
-    if (!ptyPath.empty()) {
-        FILE* f = std::fopen(ptyPath.c_str(), "w");
-        if (f == nullptr) {
-            m_console.Error(ptyPath + ": " + std::strerror(errno));
-            return false;
-        }
-        std::fprintf(f, "%s\n", m_pty.SlavePath().c_str());
-        std::fclose(f);
-    }
+    if (!ptyPath.empty() && !m_console.WriteLineFile(ptyPath, m_pty.SlavePath()))
+        return false;
     m_console.MakeReady(options);
     return true;
 }
@@ -283,20 +252,14 @@ void Mcu::Send(const Bytes& bytes, const char* what)
     Queue(bytes);
 }
 
-void Mcu::Queue(Bytes bytes, double pauseAfterMs, Chunk::Tag tag)
+void Mcu::Queue(const Bytes& bytes, double pauseAfterMs, ChunkTag tag)
 {
-    if (m_out.empty())
-        m_nextByteMs = std::max(m_nextByteMs, std::max(NowMs(), m_holdUntil));
-    Chunk c;
-    c.bytes = std::move(bytes);
-    c.pauseAfterMs = pauseAfterMs;
-    c.tag = tag;
-    m_out.push_back(std::move(c));
+    m_out.Queue(std::string(bytes.begin(), bytes.end()), tag, pauseAfterMs);
 }
 
 bool Mcu::Idle() const
 {
-    return m_out.empty() && !m_burst && !m_latency && NowMs() >= m_holdUntil;
+    return m_out.Idle() && !m_burst && !m_latency;
 }
 
 void Mcu::Restart(const char* why)
@@ -323,10 +286,9 @@ void Mcu::FollowEdge(const sim::GpioEdgeReader::Edge& e)
         m_console.Out("line 13 high: reset held");
         m_inReset = true;
         m_resetNoteAt = -1;
-        if (!m_out.empty() || m_burst || m_latency)
+        if (!m_out.Empty() || m_burst || m_latency)
             m_console.Out("mcu: output dropped by the reset");
-        m_out.clear();
-        m_holdUntil = 0;
+        m_out.Clear();
         m_burst = false;
         m_latency = false;
     } else if (e.line == kLineReset && e.kind == gpio::kEdgeLow) {
@@ -414,29 +376,27 @@ void Mcu::HostCommand(const uint8_t* bytes, size_t n, uint8_t status, bool noise
 // needs little memory and each carries the tick it leaves at.
 void Mcu::Generate()
 {
-    size_t queued = 0;
-    for (const Chunk& c : m_out)
-        queued += c.bytes.size() - c.offset;
+    size_t queued = m_out.QueuedBytes();
     const size_t want = m_fullRate ? 4096 : 64;
     while (m_burst && m_burstMade < m_burstCount && queued < want) {
         Bytes p = sim::mcu::StreamPacket(m_burstKind, Ticks(), m_burstMade);
         ++m_burstMade;
         queued += p.size();
-        Queue(std::move(p), 0, m_burstMade == m_burstCount ? Chunk::kBurstLast : Chunk::kPlain);
+        Queue(p, 0, m_burstMade == m_burstCount ? kBurstLast : kPlain);
     }
 }
 
-void Mcu::ChunkDone(const Chunk& chunk)
+void Mcu::ChunkDone(const sim::SerialOut::Chunk& chunk)
 {
     const double now = NowMs();
     if (m_burst) {
         ++m_burstSent;  // counts packets written
         m_burstBytes += chunk.bytes.size();
     }
-    if (chunk.tag == Chunk::kLatencyProbe && m_latency) {
+    if (chunk.tag == kLatencyProbe && m_latency) {
         m_probe = kProbeOut;
         m_probeSentMs = now;
-    } else if (chunk.tag == Chunk::kBurstLast && m_burst) {
+    } else if (chunk.tag == kBurstLast && m_burst) {
         m_burst = false;
         const double ms = now - m_burstStart;
         m_console.Out("burst sent=%u bytes=%llu ms=%.3f kind=%s rate=%s packets_per_s=%.0f", m_burstSent,
@@ -447,43 +407,21 @@ void Mcu::ChunkDone(const Chunk& chunk)
 
 void Mcu::ServeOutput()
 {
-    m_waitWritable = false;
     Generate();
-    while (!m_out.empty()) {
-        const double now = NowMs();
-        if (now < m_holdUntil)
-            return;
-        Chunk& c = m_out.front();
-        size_t allowed = c.bytes.size() - c.offset;
-        if (!m_fullRate) {
-            if (now < m_nextByteMs)
-                return;
-            allowed = std::min(allowed, static_cast<size_t>((now - m_nextByteMs) / kByteMs) + 1);
-        }
-        if (m_burst && m_burstStart < 0)
-            m_burstStart = now;
-        ssize_t n = ::write(m_pty.Fd(), c.bytes.data() + c.offset, allowed);
-        if (n < 0) {
-            if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EIO)
-                m_waitWritable = true;  // the terminal is full (nobody reading)
-            else
-                m_console.Out("mcu: write failed: %s", std::strerror(errno));
-            return;
-        }
-        c.offset += static_cast<size_t>(n);
-        if (!m_fullRate)
-            m_nextByteMs += n * kByteMs;
-        if (c.offset < c.bytes.size())
-            continue;
-        Chunk done = std::move(c);
-        m_out.pop_front();
-        if (done.pauseAfterMs > 0) {
-            m_holdUntil = NowMs() + done.pauseAfterMs;
-            m_nextByteMs = std::max(m_nextByteMs, m_holdUntil);
-        }
-        ChunkDone(done);
-        Generate();
-    }
+    std::string error;
+    const bool written = m_out.Serve(
+        m_pty.Fd(), m_fullRate ? 0.0 : kByteMs,
+        [this](const sim::SerialOut::Chunk&, size_t, double startMs) {
+            if (m_burst && m_burstStart < 0)
+                m_burstStart = startMs;
+        },
+        [this](const sim::SerialOut::Chunk& chunk) {
+            ChunkDone(chunk);
+            Generate();
+        },
+        &error);
+    if (!written)
+        m_console.Out("mcu: write failed: %s", error.c_str());
 }
 
 void Mcu::ServeLatency()
@@ -500,11 +438,11 @@ void Mcu::ServeLatency()
             ReportLatency();
             return;
         }
-        if (!m_out.empty())
+        if (!m_out.Empty())
             return;  // the previous answer goes out first
         m_probe = kProbeQueued;
         Queue(sim::mcu::StreamPacket(m_latencyKind, Ticks(), m_latencyCount - m_latencyLeft), 0,
-              Chunk::kLatencyProbe);
+              kLatencyProbe);
     }
 }
 
@@ -571,7 +509,7 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         break;
     case sim::mcu::Command::kReset:
         m_inReset = false;
-        m_out.clear();
+        m_out.Clear();
         Restart("reset command");
         break;
     case sim::mcu::Command::kBurst:
@@ -629,14 +567,7 @@ int Mcu::Run()
         // millisecond has passed (edges and commands are looked at that often).
         // At line rate the bytes that fell due meanwhile go out together, a
         // few at a time like a UART's FIFO, rather than waking for each one.
-        double waitMs = 1.0;
-        if (!m_out.empty() && !m_waitWritable) {
-            const double next = std::max(m_holdUntil, m_fullRate ? 0.0 : m_nextByteMs) - NowMs();
-            waitMs = std::min(waitMs, next <= 0 ? 0.0 : std::max(next, kLinePollMs));
-        }
-        pollfd p = {m_pty.Fd(), static_cast<short>(POLLIN | (m_waitWritable ? POLLOUT : 0)), 0};
-        timespec timeout = {0, static_cast<long>(waitMs * 1e6)};
-        ::ppoll(&p, 1, &timeout, nullptr);
+        sim::WaitForTerminal(m_pty.Fd(), m_out.WaitingForRoom(), m_out.WaitMs(m_fullRate ? 0.0 : kByteMs, 1.0));
     }
     DrainEdges();
     m_console.Out("mcu: stopped");

@@ -4,154 +4,25 @@
 // control's line edges into the GPIO block file.
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <fcntl.h>
 #include <fstream>
-#include <poll.h>
-#include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
 #include <vector>
 
 #include "sim/GpioBlock.h"
 #include "sim/McuPacket.h"
-#include "sim/Pty.h"
+#include "tests/sim/SimProcess.h"
 
 namespace {
 
 using sim::mcu::Bytes;
 
-// Generous: only a broken simulator waits this long.
-constexpr int kDeadlineMs = 10000;
-
-double NowMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return ts.tv_sec * 1000.0 + ts.tv_nsec / 1e6;
-}
-
-std::string ReadAll(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-class McuTest : public ::testing::Test
+class McuTest : public simtest::SimProcess
 {
 protected:
-    void SetUp() override
-    {
-        char templ[] = "/tmp/brennock-mcu-test.XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-        std::string error;
-        ASSERT_TRUE(block.Open(dir + "/" BRENNOCK_GPIO_BLOCK_FILE, &error)) << error;
-    }
-
-    void TearDown() override
-    {
-        if (port >= 0)
-            close(port);
-        if (pid > 0) {
-            kill(pid, SIGTERM);
-            int status = 0;
-            waitpid(pid, &status, 0);
-        }
-        block.Close();
-        std::string rm = "rm -rf '" + dir + "'";
-        EXPECT_EQ(std::system(rm.c_str()), 0);
-    }
+    McuTest() : SimProcess(BRENNOCK_MCU_BIN, "mcu") {}
 
     // Starts the simulator and opens its port as the host does.
-    void Start(std::vector<std::string> args)
-    {
-        std::vector<std::string> all = {BRENNOCK_MCU_BIN, "--disk", dir, "--pty-path", dir + "/pty",
-                                        "--ready", dir + "/ready", "--quiet"};
-        all.insert(all.end(), args.begin(), args.end());
-        pid = fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
-            std::vector<char*> argv;
-            for (std::string& a : all)
-                argv.push_back(a.data());
-            argv.push_back(nullptr);
-            int devnull = open("/dev/null", O_RDONLY);
-            dup2(devnull, 0);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        const double deadline = NowMs() + kDeadlineMs;
-        while (access((dir + "/ready").c_str(), F_OK) != 0) {
-            int status = 0;
-            ASSERT_EQ(waitpid(pid, &status, WNOHANG), 0) << "the simulator ended before it was ready";
-            ASSERT_LT(NowMs(), deadline) << "the simulator never got ready";
-            WaitALittle();
-        }
-        std::string path = ReadAll(dir + "/pty");
-        while (!path.empty() && path.back() == '\n')
-            path.pop_back();
-        port = sim::OpenRawSerial(path, 115200, true);
-        ASSERT_GE(port, 0) << path << ": " << std::strerror(errno);
-    }
-
-    // Between looks at a file another process writes.
-    static void WaitALittle()
-    {
-        timespec t = {0, 1000000};
-        nanosleep(&t, nullptr);
-    }
-
-    // Reads exactly n bytes from the port, or what came before the deadline.
-    Bytes Read(size_t n)
-    {
-        Bytes got;
-        const double deadline = NowMs() + kDeadlineMs;
-        while (got.size() < n && NowMs() < deadline) {
-            pollfd p = {port, POLLIN, 0};
-            poll(&p, 1, 100);
-            uint8_t buffer[256];
-            ssize_t r = read(port, buffer, std::min(sizeof(buffer), n - got.size()));
-            if (r > 0)
-                got.insert(got.end(), buffer, buffer + r);
-        }
-        return got;
-    }
-
-    void Write(const Bytes& bytes)
-    {
-        ASSERT_EQ(write(port, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    }
-
-    void Command(const std::string& line)
-    {
-        std::ofstream out(dir + "/mcu.cmd", std::ios::app);
-        out << line << "\n";
-    }
-
-    // Waits until the log holds text; returns the log.
-    std::string WaitLog(const std::string& text)
-    {
-        const double deadline = NowMs() + kDeadlineMs;
-        std::string log;
-        while ((log = ReadAll(dir + "/mcu.log")).find(text) == std::string::npos) {
-            if (NowMs() >= deadline) {
-                ADD_FAILURE() << "never logged \"" << text << "\"; the log:\n" << log;
-                break;
-            }
-            WaitALittle();
-        }
-        return log;
-    }
+    void Start(std::vector<std::string> args) { SimProcess::Start(std::move(args), 115200); }
 
     // What the control does on opening its port: line 13 driven, high, low, released.
     void ResetPulse()
@@ -169,11 +40,6 @@ protected:
         gpio::JournalAppend(block.Base(), 20, beep ? gpio::kEdgeHigh : gpio::kEdgeLow);
         gpio::JournalAppend(block.Base(), 21, gpio::kEdgeHigh);
     }
-
-    std::string dir;
-    sim::GpioBlockFile block;
-    pid_t pid = -1;
-    int port = -1;
 };
 
 TEST_F(McuTest, AResetPulseIsAnsweredWithTheConfiguredResetNote)

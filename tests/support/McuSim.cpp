@@ -1,22 +1,6 @@
 #include "tests/support/McuSim.h"
 
 #include <cstdio>
-#include <sstream>
-
-namespace {
-
-McuEntry Parse(const std::string& raw)
-{
-    McuEntry e;
-    std::istringstream in(raw);
-    in >> e.ms;
-    std::getline(in, e.text);
-    size_t start = e.text.find_first_not_of(' ');
-    e.text = (start == std::string::npos) ? "" : e.text.substr(start);
-    return e;
-}
-
-}  // namespace
 
 bool McuSim::Running()
 {
@@ -30,20 +14,12 @@ bool McuSim::Send(const std::string& command)
 
 bool McuSim::Sync(std::vector<McuEntry>* entries, DWORD timeoutMs)
 {
-    return m_channel.Sync(entries, Parse, timeoutMs);
+    return m_channel.Sync(entries, SimChannel::ParseEntry, timeoutMs);
 }
 
 bool McuSim::Wait(const std::string& prefix, std::string* text, DWORD timeoutMs)
 {
-    auto begins = [&prefix](const std::string& line) {
-        return Parse(line).text.compare(0, prefix.size(), prefix) == 0;
-    };
-    std::string raw;
-    if (!m_channel.WaitLine(begins, &raw, timeoutMs))
-        return false;
-    if (text != nullptr)
-        *text = Parse(raw).text;
-    return true;
+    return m_channel.WaitText(prefix, text, timeoutMs);
 }
 
 bool McuSim::ParseLatency(const std::string& text, McuLatency* out)
@@ -59,9 +35,5 @@ bool McuSim::ParseBurst(const std::string& text, McuBurst* out)
 
 std::vector<std::string> McuTexts(const std::vector<McuEntry>& entries, const std::string& prefix)
 {
-    std::vector<std::string> texts;
-    for (const McuEntry& e : entries)
-        if (e.text.compare(0, prefix.size(), prefix) == 0)
-            texts.push_back(e.text);
-    return texts;
+    return SimTexts(entries, prefix);
 }

@@ -10,12 +10,9 @@
 
 #include "tests/support/SimChannel.h"
 
-// One line of the simulator's log: its time stamp and the text after it.
-struct McuEntry
-{
-    double ms = 0;     // milliseconds since the simulator started
-    std::string text;  // e.g. "send timer go: 10 05 00 34 56 20 41", "host: noise on (5A 02 FF A5)"
-};
+// One line of the simulator's log, e.g. "send timer go: 10 05 00 34 56 20 41",
+// "host: noise on (5A 02 FF A5)".
+using McuEntry = SimEntry;
 
 // "latency n=100 median_us=180 p99_us=420 worst_us=900 missed=0 kind=capsit rate=line"
 struct McuLatency

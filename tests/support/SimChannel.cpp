@@ -92,3 +92,36 @@ std::vector<std::string> SimChannel::Lines(const std::string& text)
             lines.push_back(raw);
     return lines;
 }
+
+SimEntry SimChannel::ParseEntry(const std::string& line)
+{
+    SimEntry e;
+    std::istringstream in(line);
+    in >> e.ms;
+    std::getline(in, e.text);
+    size_t start = e.text.find_first_not_of(' ');
+    e.text = (start == std::string::npos) ? "" : e.text.substr(start);
+    return e;
+}
+
+bool SimChannel::WaitText(const std::string& prefix, std::string* text, DWORD timeoutMs)
+{
+    auto begins = [&prefix](const std::string& line) {
+        return ParseEntry(line).text.compare(0, prefix.size(), prefix) == 0;
+    };
+    std::string raw;
+    if (!WaitLine(begins, &raw, timeoutMs))
+        return false;
+    if (text != nullptr)
+        *text = ParseEntry(raw).text;
+    return true;
+}
+
+std::vector<std::string> SimTexts(const std::vector<SimEntry>& entries, const std::string& prefix)
+{
+    std::vector<std::string> texts;
+    for (const SimEntry& e : entries)
+        if (e.text.compare(0, prefix.size(), prefix) == 0)
+            texts.push_back(e.text);
+    return texts;
+}

@@ -9,6 +9,13 @@
 #include <string>
 #include <vector>
 
+// One line of a simulator's log: its time stamp and the text after it.
+struct SimEntry
+{
+    double ms = 0;     // milliseconds since the simulator started
+    std::string text;  // e.g. "send timer go: 10 05 00 34 56 20 41", "command: ***D241126"
+};
+
 class SimChannel
 {
 public:
@@ -50,9 +57,19 @@ public:
     // The lines of text that are not empty, in order.
     static std::vector<std::string> Lines(const std::string& text);
 
+    // A log line as an entry.
+    static SimEntry ParseEntry(const std::string& line);
+
+    // Waits for a line whose text begins with prefix (see WaitLine) and
+    // returns that text.
+    bool WaitText(const std::string& prefix, std::string* text, DWORD timeoutMs);
+
 private:
     const wchar_t* m_log;
     const wchar_t* m_commands;
     size_t m_offset = 0;
     static int s_marks;
 };
+
+// The texts of the entries that begin with prefix, in order.
+std::vector<std::string> SimTexts(const std::vector<SimEntry>& entries, const std::string& prefix);

@@ -1,0 +1,175 @@
+// trem2bin on real .trem files: each test writes a file as the control lays
+// it out (the memory from the bench watch's generator,
+// sim/WatchMemory.h), runs the tool's binary and reads what it wrote.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "sim/WatchMemory.h"
+#include "tests/tools/support/ToolsTestKit.h"
+
+namespace {
+
+using toolstest::fs::path;
+
+// The parameter text of a reply whose third field is address.
+std::string Params(const std::string& address)
+{
+    return "\r\nSIMWATCH 01\r\nFW 2.10\r\n" + address + "\r\nID -\r\nSTART ------ ----";
+}
+
+// The memory lines of count blocks of a watch whose log address is logAddress.
+std::string DataLines(uint32_t logAddress, uint32_t count)
+{
+    std::string text;
+    char hex[3];
+    for (uint32_t i = 0; i < count * watchsim::kBlockBytes; ++i) {
+        std::snprintf(hex, sizeof(hex), "%02x", watchsim::MemoryByte(watchsim::RecordedBytesFor(logAddress), i));
+        text += hex;
+        if (i % 32 == 31)
+            text += "\r\n";
+    }
+    return text;
+}
+
+std::string Trem(const std::string& params, const std::string& data)
+{
+    return "TREM Version 1\r\n" + params + "\r\nData\r\n" + data;
+}
+
+std::string Memory(uint32_t logAddress, uint32_t blocks)
+{
+    std::string m;
+    for (uint32_t i = 0; i < blocks * watchsim::kBlockBytes; ++i)
+        m.push_back(static_cast<char>(watchsim::MemoryByte(watchsim::RecordedBytesFor(logAddress), i)));
+    return m;
+}
+
+std::string Text(const toolstest::Bytes& bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
+
+class Trem2Bin : public ::testing::Test
+{
+protected:
+    toolstest::RunResult Run(const std::string& args)
+    {
+        return toolstest::Shell(std::string("'") + TREM2BIN_BIN + "' " + args + " 2>&1");
+    }
+
+    void Put(const path& file, const std::string& text)
+    {
+        toolstest::WriteBytes(file, toolstest::Bytes(text.begin(), text.end()));
+    }
+
+    size_t FilesIn() const
+    {
+        size_t n = 0;
+        for (auto it = toolstest::fs::directory_iterator(dir.path()); it != toolstest::fs::directory_iterator(); ++it)
+            ++n;
+        return n;
+    }
+
+    toolstest::TempDir dir;
+};
+
+TEST_F(Trem2Bin, WritesTheMemoryAndTheParameterFieldsForEachBlockCountTheControlReads)
+{
+    // The log address, as the reply gives it, and the blocks the control reads for it.
+    const struct
+    {
+        const char* text;
+        uint32_t address;
+        uint32_t blocks;
+    } cases[] = {
+        {"001000", 0x1000, 2},    // n = 16 + 1 (0x1000 mod 255 is 16): two blocks
+        {"000FF0", 0x0FF0, 1},    // n = 15 (4080 mod 255 is 0): one block
+        {"FFFEBE", 0, 1},         // bit 23: nothing recorded, n = 1
+        {"002A00", 0x2A00, 3},    // n = 43
+        {"0x1100", 0x1100, 2},    // as the control reads hexadecimal text
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        Put(dir / "w.trem", Trem(Params(c.text), DataLines(c.address, c.blocks)));
+        const toolstest::RunResult r = Run("'" + (dir / "w.trem").string() + "'");
+        ASSERT_EQ(r.code, 0) << r.output;
+        EXPECT_EQ(r.output, "");
+        EXPECT_TRUE(Text(toolstest::ReadBytes(dir / "w.bin")) == Memory(c.address, c.blocks));
+        EXPECT_EQ(Text(toolstest::ReadBytes(dir / "w.csv")),
+                  std::string("field,text\n1,SIMWATCH 01\n2,FW 2.10\n3,") + c.text + "\n4,ID -\n5,START ------ ----\n");
+    }
+
+    // Named outputs, and fields CSV has to quote.
+    Put(dir / "x.trem", Trem("\r\nA,B\r\n\"q\"\r\n0FF0\r\n", DataLines(0x0FF0, 1)));
+    const toolstest::RunResult r = Run("'" + (dir / "x.trem").string() + "' -o '" + (dir / "m.bin").string() +
+                                       "' --csv '" + (dir / "p.csv").string() + "'");
+    ASSERT_EQ(r.code, 0) << r.output;
+    EXPECT_EQ(Text(toolstest::ReadBytes(dir / "p.csv")), "field,text\n1,\"A,B\"\n2,\"\"\"q\"\"\"\n3,0FF0\n4,\n");
+    EXPECT_EQ(toolstest::ReadBytes(dir / "m.bin").size(), 4096u);
+}
+
+TEST_F(Trem2Bin, RefusesMalformedFilesNamingTheLineAndWritesNothing)
+{
+    const std::string good = Params("001000");  // two blocks, 256 data lines from line 9
+    const std::string block = DataLines(0x1000, 1);
+    const std::string line(64, '0');
+    const struct
+    {
+        const char* what;
+        std::string file;
+        const char* error;
+    } cases[] = {
+        {"empty", "", "line 1: not a .trem file"},
+        {"another header", "TREM Version 2\r\n" + good + "\r\nData\r\n" + block + block, "line 1: not a .trem file"},
+        {"LF line ends", "TREM Version 1\n", "line 1: an LF without a CR before it"},
+        {"a CR alone", Trem("\r\nSIM\rWATCH\r\nFW\r\n1000\r\nx", block + block), "line 3: a CR without an LF"},
+        {"text not from CR", Trem("SIMWATCH\r\nFW\r\n1000\r\nx\r\ny", block + block),
+         "line 2: the parameter text must begin with CR LF"},
+        {"too few CRs", Trem("\r\nSIMWATCH 01\r\nFW 2.10", block), "line 5: the parameter text has 2 line end(s)"},
+        {"garbled address", Trem(Params("XYZ123"), block), "line 5: the next log address \"XYZ123\" is not"},
+        {"negative address", Trem(Params("-1"), block), "line 5: the next log address \"-1\" is not"},
+        {"no Data line", "TREM Version 1\r\n" + good + "\r\n", "line 8: the file ends without its \"Data\" line"},
+        {"no data", Trem(good, ""), "line 9: no data after the \"Data\" line"},
+        {"short line", Trem(good, block + line.substr(1) + "\r\n"), "line 137: line 1 of block 2 has 63 characters"},
+        {"upper case", Trem(good, block + line.substr(0, 16) + "A" + line.substr(17) + "\r\n"),
+         "line 137: \"A\" at column 17 is not a lower-case hexadecimal digit"},
+        {"cut in a line", Trem(good, block + line.substr(0, 10)), "line 137: the file is cut short"},
+        {"cut in a block", Trem(good, block + line + "\r\n"), "line 138: the file ends inside block 2, after 1 of"},
+        {"a block short", Trem(good, block), "line 137: 1 block of data, but the control reads 2"},
+        {"a block over", Trem(Params("000FF0"), block + block),
+         "line 137: 2 blocks of data, but the control reads 1 for the next log address 0x000FF0"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        toolstest::TempDir d;
+        toolstest::WriteBytes(d / "w.trem", toolstest::Bytes(c.file.begin(), c.file.end()));
+        const toolstest::RunResult r = toolstest::Shell(std::string("'") + TREM2BIN_BIN + "' '" +
+                                                        (d / "w.trem").string() + "' 2>&1");
+        EXPECT_EQ(r.code, 1);
+        const std::string prefix = "trem2bin: " + (d / "w.trem").string() + ": ";
+        EXPECT_EQ(r.output.compare(0, prefix.size(), prefix), 0) << r.output;
+        EXPECT_NE(r.output.find(c.error), std::string::npos) << r.output;
+        EXPECT_EQ(std::count(r.output.begin(), r.output.end(), '\n'), 1) << r.output;
+        EXPECT_FALSE(toolstest::fs::exists(d / "w.bin"));
+        EXPECT_FALSE(toolstest::fs::exists(d / "w.csv"));
+    }
+}
+
+TEST_F(Trem2Bin, AnOutputThatCannotBeWrittenLeavesNoOtherAndUsageErrorsExit2)
+{
+    Put(dir / "w.trem", Trem(Params("0FF0"), DataLines(0x0FF0, 1)));
+    const toolstest::RunResult r = Run("'" + (dir / "w.trem").string() + "' --csv '" +
+                                       (dir / "missing" / "p.csv").string() + "'");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_NE(r.output.find("cannot write"), std::string::npos) << r.output;
+    EXPECT_EQ(FilesIn(), 1u) << "only the input is left";
+    EXPECT_EQ(Run("").code, 2);
+    EXPECT_EQ(Run("a.trem b.trem").code, 2);
+    EXPECT_EQ(Run("'" + (dir / "nothing.trem").string() + "'").code, 1);
+}
+
+}  // namespace
