@@ -15,9 +15,9 @@
 //
 // With no watch in the cradle nothing answers on the line: Open succeeds and
 // each command fails to sync (three 2-second tries). On the desktop "COM1:"
-// is the Wine prefix's dosdevices link; with no bench watch behind it the
-// Wine server points it at /dev/ttyS0 where that exists, a port that opens
-// and stays silent. Where the port cannot be opened at all, Open fails.
+// is the Wine prefix's dosdevices link, which scripts/simrun points at the
+// bench watch simulator; where the port cannot be opened at all (simrun
+// --no-watch), Open fails.
 //
 // The implementation is in three files: Watch.cpp (open, close, thread,
 // window, carrier, visibility), WatchProtocol.cpp (the serial protocol) and

@@ -1,7 +1,7 @@
 // The watch link without a watch: the cradle's lines at Open and Close, the
 // carrier pulse, how a seated watch is found and lost, and commands run by
-// the command thread while no watch can be talked to. COM1 leads to a port
-// where nothing answers.
+// the command thread while no watch can be talked to. COM1 leads to the
+// watch simulator with no watch in the cradle, where nothing answers.
 #include "tests/watch/WatchFixture.h"
 
 namespace {
