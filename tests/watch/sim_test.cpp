@@ -86,6 +86,37 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
     }
 }
 
+TEST_F(WithAWatch, ACancelAfterTheFirstBlockEndsTheSaveAtTheSecondWithNoFile)
+{
+    Seat("0x1000");
+    sink.events.clear();
+    BSTR name = SysAllocString(L"Watch");
+    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+    SysFreeString(name);
+    ASSERT_TRUE(PumpUntilEvents(kWatchSaveProgress, 1));
+    EXPECT_EQ(control->WatchSaveCancel(), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
+    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {94}), Ev(kWatchSaveEnded, {103})}));
+    EXPECT_TRUE(TremFiles().empty());
+}
+
+TEST_F(WithAWatch, CloseInTheMiddleOfABlockEndsTheCommandThread)
+{
+    Seat("0x1000");
+    ASSERT_TRUE(sim.Send("stall 100 60000"));
+    ASSERT_TRUE(sim.Sync());
+    BSTR name = SysAllocString(L"Watch");
+    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+    SysFreeString(name);
+    std::string block;
+    ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+    capture.Clear();
+    control->Close();
+    EXPECT_TRUE(capture.Contains(L"CWatch command thread exiting.\r\n"));
+    EXPECT_FALSE(capture.Contains(L"Warning: Watch command thread has not exited.\r\n"));
+    EXPECT_TRUE(Events(kWatchSaveEnded).empty());
+}
+
 TEST_F(WithAWatch, TheDestroySequenceSendsTheStartFifteenMinutesAheadThenTheWatchIsReadAgain)
 {
     TestClock clock;
