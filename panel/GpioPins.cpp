@@ -10,6 +10,7 @@
 #include "panel/GpioBlockLayout.h"
 #include "panel/TickCount.h"
 #include "panel/UserTimer.h"
+#include "watch/Watch.h"
 
 namespace {
 
@@ -82,8 +83,7 @@ CGpioPins::~CGpioPins()
 
 bool CGpioPins::Init()
 {
-    // The watch manager (told of the watch's presence) is fetched here once
-    // it exists; until then the heartbeat reads the presence for nobody.
+    m_pWatch = (m_pSite != nullptr) ? m_pSite->GetWatch() : nullptr;
     m_pSink = (m_pSite != nullptr) ? m_pSite->GetGpioEventSink() : nullptr;
 
     if (!MessageWindowRegister(m_hInstance, kClassName, MessageWindowProc<CGpioPins>)) {
@@ -481,7 +481,8 @@ void CGpioPins::OnHeartbeat()
         } else {
             const bool present =
                 m_simWatchOn ? m_simWatchPresent : (GetPin(kLineWatchPresent) != 0);
-            (void)present;  // for the watch manager, which decides what to report
+            if (m_pWatch != nullptr)
+                m_pWatch->UpdateWatchVisibility(present);  // it decides what to report
         }
     }
 

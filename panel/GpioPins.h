@@ -108,7 +108,7 @@ private:
     HINSTANCE m_hInstance;
     IManagerSite* m_pSite;
     HWND m_hWnd;
-    CWatch* m_pWatch;  // told of the watch's presence; null until the watch manager exists
+    CWatch* m_pWatch;  // told of the watch's presence by the heartbeat
     IGpioEventSink* m_pSink;
     CGpioBlock* m_pRegs;
     long m_blinkCount[7];  // 0 = not blinking

@@ -36,6 +36,17 @@ protected:
         control.Reset();
     }
 
+    // The line changes seen since the last look, but for the watch carrier,
+    // which pulses from Open on.
+    std::vector<std::string> Changes()
+    {
+        std::vector<std::string> changes;
+        for (const std::string& c : LineChanges(Seen()))
+            if (c.rfind("41 ", 0) != 0)
+                changes.push_back(c);
+        return changes;
+    }
+
     ComPtr<IBrennock> control;
     CGpioPins* gpio = nullptr;
 };
@@ -46,30 +57,30 @@ TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFir
     Seen();
     gpio->hC08Go(true);
     std::vector<std::string> changes;
-    for (const std::string& c : LineChanges(Seen()))
+    for (const std::string& c : Changes())
         if (c.find("output") == std::string::npos)
             changes.push_back(c);
     EXPECT_EQ(changes, (std::vector<std::string>{"20 high", "21 high"}));
 
     ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_TRUE(LineChanges(Seen()).empty()) << "still high after the first heartbeat";
+    EXPECT_TRUE(Changes().empty()) << "still high after the first heartbeat";
     ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_EQ(LineChanges(Seen()), std::vector<std::string>{"21 low"});
+    EXPECT_EQ(Changes(), std::vector<std::string>{"21 low"});
     EXPECT_TRUE(capture.Lines().empty());
 
     // A second request while the strobe is up warns, drops the strobe, sets
     // the beep request afresh and starts the two heartbeats again.
     gpio->hC08Go(false);
-    EXPECT_EQ(LineChanges(Seen()), (std::vector<std::string>{"20 low", "21 high"}));
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"20 low", "21 high"}));
     ASSERT_TRUE(PumpHeartbeats(1));
     gpio->hC08Go(true);
     EXPECT_EQ(capture.Lines(),
               std::vector<std::wstring>{L"WARNING: hC08Go: Second Go request before first is complete.\r\n"});
-    EXPECT_EQ(LineChanges(Seen()), (std::vector<std::string>{"21 low", "20 high", "21 high"}));
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"21 low", "20 high", "21 high"}));
     ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_TRUE(LineChanges(Seen()).empty());
+    EXPECT_TRUE(Changes().empty());
     ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_EQ(LineChanges(Seen()), std::vector<std::string>{"21 low"});
+    EXPECT_EQ(Changes(), std::vector<std::string>{"21 low"});
 }
 
 TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
@@ -85,7 +96,8 @@ TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
 
 TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
 {
-    gpio->SetWatchPower(true);
+    // Open has powered the cradle and left the carrier low between pulses
+    // (no timer has run since).
     EXPECT_EQ(control->SimWatchVisible(1), S_OK);
     gpio->SetWatchCarrier(true);
     gpio->SetWatchPower(false);
@@ -93,7 +105,7 @@ TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
     for (const std::string& c : LineChanges(Seen()))
         if (c.find("output") == std::string::npos)
             changes.push_back(c);
-    EXPECT_EQ(changes, (std::vector<std::string>{"36 high", "41 high", "41 low", "36 low"}));
+    EXPECT_EQ(changes, (std::vector<std::string>{"41 high", "41 low", "36 low"}));
     EXPECT_TRUE(capture.Lines().empty());
 
     EXPECT_EQ(control->SimWatchVisible(1), E_FAIL);

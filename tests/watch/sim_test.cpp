@@ -1,0 +1,141 @@
+// The watch link through COM1 with the bench watch simulator in fast mode
+// (run by scripts/simrun --watch "--rate fast"; see CMakeLists.txt): a watch
+// seated in the cradle is found, its parameters read, its memory saved into
+// a ".trem" file, and it is wiped and re-armed at a fixed clock.
+#include "tests/watch/WatchFixture.h"
+
+#include "tests/support/TestClock.h"
+#include "tests/support/WatchSim.h"
+
+namespace {
+
+class WithAWatch : public WatchFixture
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(WatchSim::Running()) << "run with the watch simulator on COM1";
+        WatchFixture::SetUp();
+        for (const std::wstring& name : TremFiles())
+            DeleteDiskFile(L"\\Device Temp\\" + name);
+    }
+
+    // Seats a watch with this log address and waits for its parameters.
+    void Seat(const char* logAddress)
+    {
+        ASSERT_TRUE(sim.Send(std::string("logaddr ") + logAddress));
+        ASSERT_TRUE(sim.Send("seat"));
+        ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
+        ASSERT_TRUE(sim.Sync());
+    }
+
+    WatchSim sim;
+};
+
+TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
+{
+    struct Case
+    {
+        const char* logAddress;
+        uint32_t value;
+        std::vector<int> progress;
+    } cases[] = {
+        {"0x1000", 0x1000, {94, 100}},  // n = 17: two blocks
+        {"0x0FF0", 0x0FF0, {100}},      // n = 15: one block
+    };
+    Seat(cases[0].logAddress);
+    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.logAddress);
+        if (watch->ParmSamplesRecorded() != static_cast<long>(c.value)) {
+            // A new log address reaches the control with a new reading.
+            sink.events.clear();
+            ASSERT_TRUE(sim.Send("remove"));
+            ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 1));
+            EXPECT_EQ(WatchEvents(), std::vector<GpioEvent>{Ev(kWatchVisible, {0})});
+            sink.events.clear();
+            Seat(c.logAddress);
+        }
+        ASSERT_EQ(watch->ParmSamplesRecorded(), static_cast<long>(c.value));
+        for (const std::wstring& name : TremFiles())
+            DeleteDiskFile(L"\\Device Temp\\" + name);
+        sink.events.clear();
+        BSTR name = SysAllocString(L"Watch");
+        ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+        SysFreeString(name);
+        ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
+        std::vector<GpioEvent> expected;
+        for (int percent : c.progress)
+            expected.push_back(Ev(kWatchSaveProgress, {percent}));
+        expected.push_back(Ev(kWatchSaveEnded, {0}));
+        EXPECT_EQ(WatchEvents(), expected);
+
+        std::vector<std::string> commands;
+        ASSERT_TRUE(sim.Commands(&commands));
+        std::vector<std::string> reads = {"***N0000", "***N0010"};
+        reads.resize(c.progress.size());
+        EXPECT_EQ(commands, reads);
+
+        std::vector<std::wstring> files = TremFiles();
+        ASSERT_EQ(files.size(), 1u);
+        Trem trem = ReadTrem(ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str())));
+        ASSERT_TRUE(trem.ok) << trem.error;
+        EXPECT_EQ(trem.parameters.compare(0, 2, "\r\n"), 0);
+        EXPECT_EQ(trem.dataLines.size(), 128u * c.progress.size());
+        EXPECT_TRUE(trem.bytes == WatchSim::Memory(c.value, static_cast<uint32_t>(c.progress.size())));
+    }
+}
+
+TEST_F(WithAWatch, ACancelAfterTheFirstBlockEndsTheSaveAtTheSecondWithNoFile)
+{
+    Seat("0x1000");
+    sink.events.clear();
+    BSTR name = SysAllocString(L"Watch");
+    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+    SysFreeString(name);
+    ASSERT_TRUE(PumpUntilEvents(kWatchSaveProgress, 1));
+    EXPECT_EQ(control->WatchSaveCancel(), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
+    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {94}), Ev(kWatchSaveEnded, {103})}));
+    EXPECT_TRUE(TremFiles().empty());
+}
+
+TEST_F(WithAWatch, CloseInTheMiddleOfABlockEndsTheCommandThread)
+{
+    Seat("0x1000");
+    ASSERT_TRUE(sim.Send("stall 100 60000"));
+    ASSERT_TRUE(sim.Sync());
+    BSTR name = SysAllocString(L"Watch");
+    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+    SysFreeString(name);
+    std::string block;
+    ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+    capture.Clear();
+    control->Close();
+    EXPECT_TRUE(capture.Contains(L"CWatch command thread exiting.\r\n"));
+    EXPECT_FALSE(capture.Contains(L"Warning: Watch command thread has not exited.\r\n"));
+    EXPECT_TRUE(Events(kWatchSaveEnded).empty());
+}
+
+TEST_F(WithAWatch, TheDestroySequenceSendsTheStartFifteenMinutesAheadThenTheWatchIsReadAgain)
+{
+    TestClock clock;
+    clock.SetLocal(L"Mon 23 Nov 2026 10:50:00");
+    Seat("0x1000");
+    sink.events.clear();
+    ASSERT_EQ(control->WatchDataDestroyStart(), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
+    std::vector<std::string> commands;
+    ASSERT_TRUE(sim.Commands(&commands));
+    // "Brennock default", the blank NVRAM's key blob, is the anonymous name;
+    // at a standing clock the log pointer counts 905 s: 128 - 452.
+    EXPECT_EQ(commands, (std::vector<std::string>{"***B4272656E6E6F636B2064656661756C74", "***D231126",
+                                                  "***E1105", "***A02031E", "***S1E",
+                                                  "***Q14FF1502090100060010400306", "***I02", "***GU",
+                                                  "***HFFFEBC", "***C"}));
+    // The re-armed watch is seen to go and come back, and read again.
+    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchDataDestroyEnded, {0}), Ev(kWatchVisible, {0}),
+                                                    Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
+}
+
+}  // namespace
