@@ -138,4 +138,60 @@ TEST_F(WithAWatch, TheDestroySequenceSendsTheStartFifteenMinutesAheadThenTheWatc
                                                     Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
 }
 
+// A watch that answers badly: the parameters are not read, the reason is
+// on the debug output, and a save is refused until a good reading.
+TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
+{
+    struct Case
+    {
+        const char* scenario;
+        std::wstring line;  // a debug line the failure writes (a prefix)
+    } cases[] = {
+        {"silent", L"ERROR: Didn't sync with watch after several tries.\r\n"},
+        {"garble address", L"Garbled next address in parameter.\r\n"},
+        {"echo 2", L"Wanted '*', got '"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.scenario);
+        sink.events.clear();
+        capture.Clear();
+        ASSERT_TRUE(sim.Send(c.scenario));
+        ASSERT_TRUE(sim.Send("seat"));
+        ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
+        EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {102})}));
+        bool found = false;
+        for (const std::wstring& line : capture.Lines())
+            found = found || line.compare(0, c.line.size(), c.line) == 0;
+        EXPECT_TRUE(found) << testing::PrintToString(capture.Lines());
+        BSTR name = SysAllocString(L"Watch");
+        EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
+        SysFreeString(name);
+        EXPECT_TRUE(capture.Contains(L"ERROR: WatchSaveStart called, but parameters haven't been read.\r\n"));
+        ASSERT_TRUE(sim.Send("silent off"));
+        ASSERT_TRUE(sim.Send("remove"));
+        ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 2));
+    }
+}
+
+TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102)
+{
+    Seat("0x1000");
+    ASSERT_TRUE(sim.Send("stall 100 60000"));
+    ASSERT_TRUE(sim.Sync());
+    sink.events.clear();
+    BSTR name = SysAllocString(L"Watch");
+    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
+    // A second save while this one runs is refused.
+    EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
+    SysFreeString(name);
+    EXPECT_TRUE(capture.Contains(L"ERROR: WatchSaveStart called while data save in progress.\r\n"));
+    std::string block;
+    ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+    ASSERT_TRUE(sim.Send("remove"));
+    ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
+    EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
+    EXPECT_TRUE(capture.Contains(L"Short read.\r\n"));
+    EXPECT_TRUE(TremFiles().empty());
+}
+
 }  // namespace
