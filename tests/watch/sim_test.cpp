@@ -171,6 +171,10 @@ TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
         ASSERT_TRUE(sim.Send("remove"));
         ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 2));
     }
+    // The line is left as it should be: a good watch is read at once.
+    sink.events.clear();
+    Seat("0x1000");
+    EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
 }
 
 TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102)
@@ -192,6 +196,10 @@ TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102)
     EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
     EXPECT_TRUE(capture.Contains(L"Short read.\r\n"));
     EXPECT_TRUE(TremFiles().empty());
+    // The port is back at 600 baud: the watch seated again is read.
+    sink.events.clear();
+    Seat("0x1000");
+    EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
 }
 
 }  // namespace
