@@ -4,6 +4,9 @@
 // a ".trem" file, and it is wiped and re-armed at a fixed clock.
 #include "tests/watch/WatchFixture.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "tests/support/TestClock.h"
 #include "tests/support/WatchSim.h"
 
@@ -38,10 +41,11 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
     {
         const char* logAddress;
         uint32_t value;
-        std::vector<int> progress;
+        int n;  // the address the save reads up to, in 256-byte units
     } cases[] = {
-        {"0x1000", 0x1000, {94, 100}},  // n = 17: two blocks
-        {"0x0FF0", 0x0FF0, {100}},      // n = 15: one block
+        {"0x1000", 0x1000, 17},    // two blocks
+        {"0x0FF0", 0x0FF0, 15},    // one block
+        {"0x10000", 0x10000, 257},  // seventeen blocks
     };
     Seat(cases[0].logAddress);
     EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
@@ -64,16 +68,21 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
         ASSERT_EQ(control->WatchSaveStart(name), S_OK);
         SysFreeString(name);
         ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
+        // One block per 16 units; progress after each, capped at 100.
         std::vector<GpioEvent> expected;
-        for (int percent : c.progress)
-            expected.push_back(Ev(kWatchSaveProgress, {percent}));
+        std::vector<std::string> reads;
+        const int blocks = (c.n + 15) / 16;
+        for (int k = 1; k <= blocks; ++k) {
+            expected.push_back(Ev(kWatchSaveProgress, {std::min(16 * k * 100 / c.n, 100)}));
+            char read[16];
+            snprintf(read, sizeof(read), "***N%04x", 16 * (k - 1));
+            reads.push_back(read);
+        }
         expected.push_back(Ev(kWatchSaveEnded, {0}));
         EXPECT_EQ(WatchEvents(), expected);
 
         std::vector<std::string> commands;
         ASSERT_TRUE(sim.Commands(&commands));
-        std::vector<std::string> reads = {"***N0000", "***N0010"};
-        reads.resize(c.progress.size());
         EXPECT_EQ(commands, reads);
 
         std::vector<std::wstring> files = TremFiles();
@@ -81,8 +90,8 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
         Trem trem = ReadTrem(ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str())));
         ASSERT_TRUE(trem.ok) << trem.error;
         EXPECT_EQ(trem.parameters.compare(0, 2, "\r\n"), 0);
-        EXPECT_EQ(trem.dataLines.size(), 128u * c.progress.size());
-        EXPECT_TRUE(trem.bytes == WatchSim::Memory(c.value, static_cast<uint32_t>(c.progress.size())));
+        EXPECT_EQ(trem.dataLines.size(), 128u * blocks);
+        EXPECT_TRUE(trem.bytes == WatchSim::Memory(c.value, static_cast<uint32_t>(blocks)));
     }
 }
 
