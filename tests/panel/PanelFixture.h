@@ -57,6 +57,18 @@ protected:
         ASSERT_NE(m_cookie, 0u);
     }
 
+    // A control built into the test program, advised and opened (Open
+    // reporting 1).
+    void OpenLocalControl(ComPtr<IBrennock>* control)
+    {
+        *control = CreateLocalControl();
+        ASSERT_TRUE(*control);
+        Start(control->Get());
+        short ok = 0;
+        ASSERT_EQ((*control)->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+    }
+
     void Stop()
     {
         if (m_control != nullptr && m_cookie != 0)

@@ -15,12 +15,7 @@ class ManagerTest : public PanelFixture
 protected:
     void SetUp() override
     {
-        control = CreateLocalControl();
-        ASSERT_TRUE(control);
-        Start(control.Get());
-        short ok = 0;
-        ASSERT_EQ(control->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
+        ASSERT_NO_FATAL_FAILURE(OpenLocalControl(&control));
         gpio = static_cast<IManagerSite*>(AsControl(control.Get()))->GetGpio();
         ASSERT_NE(gpio, nullptr);
         Seen();

@@ -76,12 +76,7 @@ class WatchFixture : public PanelFixture
 protected:
     void SetUp() override
     {
-        control = CreateLocalControl();
-        ASSERT_TRUE(control);
-        Start(control.Get());
-        short ok = 0;
-        ASSERT_EQ(control->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
+        ASSERT_NO_FATAL_FAILURE(OpenLocalControl(&control));
         IManagerSite* site = AsControl(control.Get());
         watch = site->GetWatch();
         ASSERT_NE(watch, nullptr);
