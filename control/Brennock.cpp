@@ -4,6 +4,7 @@
 
 #include <olectl.h>
 
+#include "audio/Audio.h"
 #include "control/Module.h"
 #include "diag/Assert.h"
 #include "diag/DebugLog.h"
@@ -290,10 +291,21 @@ STDMETHODIMP CBrennock::Open(short* pRetVal)
         DebugOut(L"Open - new CWatch failed.\r\n");
         return S_OK;
     }
+    m_pAudio = new (std::nothrow) CAudio(BrennockModule::Instance(), static_cast<IManagerSite*>(this));
+    if (m_pAudio == nullptr) {
+        AssertAt(228);
+        DebugOut(L"Open - new CAudio failed.\r\n");
+        return S_OK;
+    }
 
     // Opening, in its own order: audio, NVRAM, stored parameters, test
     // manager, GPIO, microcontroller link, watch. The debug log is never
     // opened. A failure stops here with nothing undone; Close cleans up.
+    if (!m_pAudio->Init()) {
+        AssertAt(233);
+        DebugOut(L"Open - CAudio::Init failed.");
+        return S_OK;
+    }
     if (!m_pNVRAM->Open()) {
         DebugOut(L"Open - on-board NVRAM open failed.\r\n");
         return S_OK;
@@ -366,6 +378,10 @@ STDMETHODIMP CBrennock::Close()
     if (m_pStoredParams != nullptr) {
         delete m_pStoredParams;
         m_pStoredParams = nullptr;
+    }
+    if (m_pAudio != nullptr) {
+        delete m_pAudio;
+        m_pAudio = nullptr;
     }
     if (m_pTestManager != nullptr) {
         delete m_pTestManager;

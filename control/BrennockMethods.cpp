@@ -5,6 +5,7 @@
 
 #include <new>
 
+#include "audio/Audio.h"
 #include "diag/Assert.h"
 #include "diag/DebugLog.h"
 #include "diag/DebugOut.h"
@@ -319,15 +320,25 @@ STDMETHODIMP CBrennock::SimWatchSaveProgress(short)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::AudioPlay(BSTR)
+STDMETHODIMP CBrennock::AudioPlay(BSTR filename)
 {
     BRENNOCK_GUARD(m_pAudio, L"AudioPlay - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (filename == nullptr) {
+        DebugOut(L"AudioPlay - null filename.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pAudio->Play(filename)) {
+        DebugOut(L"AudioPlay - Play failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::CancelAudioPlay()
 {
+    // The guard reports with AudioPlay's name.
     BRENNOCK_GUARD(m_pAudio, L"AudioPlay - Open() not called beforehand.\r\n");
+    m_pAudio->EndPlay(0);
     return S_OK;
 }
 
@@ -414,40 +425,65 @@ STDMETHODIMP CBrennock::get_FreeStoreMB(short* pVal)
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_RecFormat(BSTR*)
+STDMETHODIMP CBrennock::get_RecFormat(BSTR* pVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"get_RecFormat - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    const wchar_t* name = m_pAudio->RecFormatFile();
+    ASSERT(name != nullptr);
+    *pVal = SysAllocString(name != nullptr ? name : L"");
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_RecFormat(BSTR)
+STDMETHODIMP CBrennock::put_RecFormat(BSTR newVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"put_RecFormat - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (newVal == nullptr) {
+        DebugOut(L"put_RecFormat - null folder name.\r\n");
+        return E_FAIL;
+    }
+    if (!m_pAudio->SetRecFormatFromFile(newVal)) {
+        DebugOut(L"put_RecFormat - SetRecFormatFromFile failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_RecStartTimeoutS(short*)
+STDMETHODIMP CBrennock::get_RecStartTimeoutS(short* pVal)
 {
     // The getter reports with the putter's name.
     BRENNOCK_GUARD(m_pAudio, L"put_RecStartTimeoutS - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pAudio->RecStartTimeoutS();
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_RecStartTimeoutS(short)
+STDMETHODIMP CBrennock::put_RecStartTimeoutS(short newVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"put_RecStartTimeoutS - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pAudio->SetRecStartTimeoutS(newVal)) {
+        DebugOut(L"put_RecStartTimeoutS: SetRecStartTimeoutS failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::AudioRecord(short, short)
+STDMETHODIMP CBrennock::AudioRecord(short recordFlags, short maxSeconds)
 {
     BRENNOCK_GUARD(m_pAudio, L"AudioRecord - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pAudio->Record(recordFlags, maxSeconds)) {
+        DebugOut(L"AudioRecord: Record failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::CancelAudioRecord()
 {
     BRENNOCK_GUARD(m_pAudio, L"CancelAudioRecord - Open() not called beforehand.\r\n");
+    m_pAudio->EndRecording(0);
     return S_OK;
 }
 
@@ -582,28 +618,42 @@ STDMETHODIMP CBrennock::ParameterRead(BSTR keyName, BSTR defaultVal, BSTR* value
     return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_RecAvgVolumeStart(short*)
+STDMETHODIMP CBrennock::get_RecAvgVolumeStart(short* pVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"get_RecAvgVolumeStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pAudio->RecAvgVolumeStart();
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_RecAvgVolumeStart(short)
+STDMETHODIMP CBrennock::put_RecAvgVolumeStart(short newVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"put_RecAvgVolumeStart - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pAudio->SetRecAvgVolumeStart(newVal)) {
+        DebugOut(L"put_RecAvgVolumeStart: failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::get_RecAvgVolumeStop(short*)
+STDMETHODIMP CBrennock::get_RecAvgVolumeStop(short* pVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"get_RecAvgVolumeStop - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (pVal == nullptr)
+        return E_FAIL;
+    *pVal = m_pAudio->RecAvgVolumeStop();
+    return S_OK;
 }
 
-STDMETHODIMP CBrennock::put_RecAvgVolumeStop(short)
+STDMETHODIMP CBrennock::put_RecAvgVolumeStop(short newVal)
 {
     BRENNOCK_GUARD(m_pAudio, L"put_RecAvgVolumeStop - Open() not called beforehand.\r\n");
-    return E_FAIL;
+    if (!m_pAudio->SetRecAvgVolumeStop(newVal)) {
+        DebugOut(L"put_RecAvgVolumeStop: failed.\r\n");
+        return E_FAIL;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CBrennock::SimDataStoreVisible(short isVisible)

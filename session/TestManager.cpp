@@ -489,6 +489,21 @@ wchar_t* CTestManager::MakePermFilename(const wchar_t* suffix)
     return path;
 }
 
+wchar_t* CTestManager::MakeFullPath(const wchar_t* name) const
+{
+    if (name == nullptr)
+        return nullptr;
+    if (name[0] == L'\\')
+        return CopyOf(name);
+    if (m_currentFolder == nullptr)
+        return nullptr;
+    const size_t room = wcslen(m_currentFolder) + 1 + wcslen(name) + 1;
+    wchar_t* path = new (std::nothrow) wchar_t[room];
+    if (path != nullptr)
+        swprintf(path, room, L"%ls\\%ls", m_currentFolder, name);
+    return path;
+}
+
 bool CTestManager::SetCurrentFolder(const wchar_t* dir)
 {
     if (dir == nullptr) {
@@ -497,14 +512,13 @@ bool CTestManager::SetCurrentFolder(const wchar_t* dir)
     }
     ASSERT(dir[0] != L'\0');
     wchar_t* folder = nullptr;
-    if (dir[0] == L'\\') {
-        folder = CopyOf(dir);
+    if (dir[0] == L'\\' || m_currentFolder != nullptr) {
+        folder = MakeFullPath(dir);
     } else {
-        const wchar_t* base = m_currentFolder != nullptr ? m_currentFolder : L"";
-        const size_t room = wcslen(base) + 1 + wcslen(dir) + 1;
+        const size_t room = wcslen(dir) + 2;
         folder = new (std::nothrow) wchar_t[room];
         if (folder != nullptr)
-            swprintf(folder, room, L"%ls\\%ls", base, dir);
+            swprintf(folder, room, L"\\%ls", dir);
     }
     if (folder == nullptr)
         return false;

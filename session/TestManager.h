@@ -75,6 +75,9 @@ public:
     wchar_t* MakePermFilename(const wchar_t* suffix);
 
     bool SetCurrentFolder(const wchar_t* dir);
+    // A file name resolved as folders are: one that begins with "\" as it
+    // is, any other under the current folder. New[], or null.
+    wchar_t* MakeFullPath(const wchar_t* name) const;
     const wchar_t* CurrentFolder() const { return m_currentFolder; }
     // Megabytes free on "\Hard Disk", at most 32767.
     short FreeStoreMB();

@@ -1,0 +1,121 @@
+#include "tests/audio/AudioFixture.h"
+
+#include <cstdio>
+
+std::string EmptyWave(DWORD rate, WORD bits, WORD channels, WORD tag)
+{
+    auto u32 = [](DWORD v) { return std::string(reinterpret_cast<const char*>(&v), 4); };
+    auto u16 = [](WORD v) { return std::string(reinterpret_cast<const char*>(&v), 2); };
+    const WORD align = static_cast<WORD>(bits / 8 * channels);
+    return "RIFF" + u32(38) + "WAVE" + "fmt " + u32(18) + u16(tag) + u16(channels) + u32(rate) +
+           u32(rate * align) + u16(align) + u16(bits) + u16(0) + "data" + u32(0);
+}
+
+void AudioFixture::SetUp()
+{
+    ASSERT_HRESULT_SUCCEEDED(com.Result());
+    ASSERT_TRUE(sound.Running()) << "run this program through scripts/simrun --sound";
+    ProvisionDisk();
+    CreateDirectoryW(L"\\Device Software", nullptr);
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\Rec22k.wav", EmptyWave(kBenchRate)));
+    control = CreateLocalControl();
+    ASSERT_TRUE(control);
+    sink.onEvent = [this](DISPID) { ticks.push_back(GetTickCount()); };
+    cookie = AdviseSink(control.Get(), &sink);
+    ASSERT_NE(cookie, 0u);
+}
+
+void AudioFixture::TearDown()
+{
+    if (control) {
+        UnadviseSink(control.Get(), cookie);
+        control->Close();
+    }
+    // The next test starts with a silent microphone.
+    sound.Send("mic stop");
+    sound.Sync(nullptr, 10000);
+}
+
+void AudioFixture::OpenInActivity()
+{
+    short ok = 0;
+    ASSERT_EQ(control->Open(&ok), S_OK);
+    ASSERT_EQ(ok, 1);
+    ASSERT_EQ(control->SessionStart(), S_OK);
+    ASSERT_EQ(Script().Call(L"ActivityConfig", {ScriptObject::I2(7), ScriptObject::Str(L"Voice"),
+                                                ScriptObject::I2(0), ScriptObject::I2(0)}),
+              S_OK);
+    ASSERT_EQ(control->ActivityStart(0), S_OK);
+    ASSERT_EQ(Script().Put(L"RecFormat", ScriptObject::Str(L"Rec22k.wav")), S_OK);
+}
+
+std::vector<AudioEvent> AudioFixture::Events() const
+{
+    std::vector<AudioEvent> out;
+    for (size_t i = 0; i < sink.events.size(); ++i) {
+        const ReceivedEvent& e = sink.events[i];
+        if (e.id != kAudioPlayEnded && e.id != kAudioRecordEnded && e.id != kAudioRecordProgress)
+            continue;
+        AudioEvent a{e.id, {}, i < ticks.size() ? ticks[i] : 0};
+        for (auto it = e.args.rbegin(); it != e.args.rend(); ++it)
+            a.args.push_back(it->vt == VT_I2 ? it->iVal : -99999);
+        out.push_back(a);
+    }
+    return out;
+}
+
+std::vector<AudioEvent> AudioFixture::Events(DISPID id) const
+{
+    std::vector<AudioEvent> out;
+    for (const AudioEvent& e : Events())
+        if (e.id == id)
+            out.push_back(e);
+    return out;
+}
+
+bool AudioFixture::WaitFor(DISPID id, size_t count, DWORD timeoutMs)
+{
+    return PumpUntil([&] { return Events(id).size() >= count; }, timeoutMs);
+}
+
+void AudioFixture::PumpFor(DWORD ms)
+{
+    PumpUntil([] { return false; }, ms);
+}
+
+std::vector<std::wstring> AudioFixture::Recordings() const
+{
+    std::vector<std::wstring> out;
+    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
+        if (name.size() > 4 && name.substr(name.size() - 4) == L".wav")
+            out.push_back(name);
+    return out;
+}
+
+void AudioFixture::Keep(const std::wstring& diskPath, const std::wstring& name) const
+{
+    const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
+    if (out.empty())
+        return;
+    CreateDirectoryW(out.c_str(), nullptr);
+    CopyFileW(diskPath.c_str(), (out + L"\\" + name).c_str(), FALSE);
+}
+
+void AudioFixture::KeepEvents(const std::wstring& name) const
+{
+    const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
+    if (out.empty())
+        return;
+    CreateDirectoryW(out.c_str(), nullptr);
+    FILE* f = _wfopen((out + L"\\" + name).c_str(), L"wb");
+    if (f == nullptr)
+        return;
+    const DWORD t0 = ticks.empty() ? 0 : ticks.front();
+    for (const AudioEvent& e : Events()) {
+        std::fprintf(f, "%s", e.id == kAudioRecordProgress ? "progress" : e.id == kAudioRecordEnded ? "recordended" : "playended");
+        for (int a : e.args)
+            std::fprintf(f, " %d", a);
+        std::fprintf(f, " @%lu\n", static_cast<unsigned long>(e.tick - t0));
+    }
+    std::fclose(f);
+}

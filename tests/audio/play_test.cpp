@@ -1,0 +1,77 @@
+// Playback through the control with an advised sink, into the bench's
+// speaker. Whether the samples arrived unchanged is checked after the run
+// against the speaker's recording (tests/scripts/audio_check.py).
+#include "tests/audio/AudioFixture.h"
+
+namespace {
+
+using S = ScriptObject;
+
+class PlayTest : public AudioFixture
+{
+protected:
+    void SetUp() override
+    {
+        AudioFixture::SetUp();
+        short ok = 0;
+        ASSERT_EQ(control->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+    }
+};
+
+TEST_F(PlayTest, AFileFromAnotherToolAndOneShorterThanABufferPlayWholeAndEndOnce)
+{
+    // Made by sox (audio_test.sh): 1.3 s and 0.2 s sweeps at 22050 Hz.
+    for (const wchar_t* file : {L"sweep.wav", L"\\Device Software\\blip.wav"}) {
+        SCOPED_TRACE(file);
+        sink.events.clear();
+        ticks.clear();
+        ASSERT_EQ(Script().Call(L"AudioPlay", {S::Str(file)}), S_OK);
+        ASSERT_TRUE(WaitFor(kAudioPlayEnded));
+        PumpFor(700);
+        ASSERT_EQ(Events().size(), 1u);
+        EXPECT_EQ(Events()[0].args, std::vector<int>{0});
+    }
+}
+
+TEST_F(PlayTest, CancelStopsPlaybackWith103)
+{
+    ASSERT_EQ(Script().Call(L"AudioPlay", {S::Str(L"sweep.wav")}), S_OK);
+    EXPECT_EQ(Script().Call(L"AudioPlay", {S::Str(L"sweep.wav")}), E_FAIL) << "one sound at a time";
+    ASSERT_EQ(control->CancelAudioPlay(), S_OK);
+    PumpFor(700);
+    ASSERT_EQ(Events().size(), 1u);
+    EXPECT_EQ(Events()[0].args, std::vector<int>{103});
+}
+
+TEST_F(PlayTest, FilesThatCannotPlayFailTheCallAndRaiseNothing)
+{
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\odd.wav", EmptyWave(kBenchRate, 16, 1, 0x1234)));
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\junk.wav", "RIFF junk"));
+    const std::wstring failed = L"AudioPlay - Play failed.\r\n";
+    struct Case
+    {
+        const wchar_t* file;
+        std::vector<std::wstring> lines;
+    };
+    const std::vector<Case> cases = {
+        {L"missing.wav",
+         {L"File open failed: \\Device Software\\missing.wav\r\n", L"File open failed: \\Device Software\\missing.wav\r\n",
+          failed}},
+        {L"junk.wav", {L"File open failed: \\Device Software\\junk.wav\r\n", failed}},
+        {L"odd.wav", {failed}},  // a format no device takes
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.file);
+        debug.Clear();
+        EXPECT_EQ(Script().Call(L"AudioPlay", {S::Str(c.file)}), E_FAIL);
+        EXPECT_EQ(debug.Lines(), c.lines);
+    }
+    debug.Clear();
+    EXPECT_EQ(control->AudioPlay(nullptr), E_FAIL);
+    EXPECT_EQ(debug.Lines(), std::vector<std::wstring>{L"AudioPlay - null filename.\r\n"});
+    PumpFor(300);
+    EXPECT_TRUE(Events().empty());
+}
+
+}  // namespace
