@@ -46,6 +46,10 @@ target_link_libraries(brennock_simwatch PUBLIC brennock_simserial)
 add_executable(brennock-watch ${CMAKE_SOURCE_DIR}/sim/watch.cpp)
 target_link_libraries(brennock-watch PRIVATE brennock_simwatch brennock_simconsole brennock_simgpio)
 
+# The bench's microphone and speaker: a private sound server it starts.
+add_executable(brennock-sound ${CMAKE_SOURCE_DIR}/sim/sound.cpp)
+target_link_libraries(brennock-sound PRIVATE brennock_simconsole brennock_simgpio)
+
 # Native tests of the simulators' pieces (run by the Windows half's CTest).
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
