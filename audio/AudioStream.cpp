@@ -11,6 +11,9 @@ namespace {
 
 const wchar_t kClassName[] = L"AudioMessageWin";
 const wchar_t kTitle[] = L"Audio Messages";
+// The window timer that finishes playback once the end has been heard.
+constexpr UINT_PTR kHeardTimer = 1;
+constexpr UINT kHeardMs = 60;
 
 // Removes every message of one kind still queued for the window.
 void RemoveQueued(HWND hwnd, UINT msg)
@@ -36,7 +39,8 @@ CAudioStream::CAudioStream(HINSTANCE instance)
       m_nextFill(0),
       m_nextSubmit(0),
       m_oldest(0),
-      m_stopMark(0)
+      m_stopMark(0),
+      m_finishing(false)
 {
 }
 
@@ -171,6 +175,10 @@ bool CAudioStream::SubmitFilled()
 
 void CAudioStream::StopOutput()
 {
+    if (m_finishing) {
+        KillTimer(m_hWnd, kHeardTimer);
+        m_finishing = false;
+    }
     if (m_hWaveOut == nullptr)
         return;
     waveOutReset(m_hWaveOut);
@@ -184,7 +192,7 @@ void CAudioStream::StopOutput()
 
 void CAudioStream::OnOutputDone(WAVEHDR* pHeader)
 {
-    if (m_hWaveOut == nullptr || !IsOpen() || m_oldest == m_nextSubmit ||
+    if (m_hWaveOut == nullptr || !IsOpen() || m_finishing || m_oldest == m_nextSubmit ||
         pHeader != m_ring[m_oldest]->Header())
         return;
     CAudioBuffer* done = m_ring[m_oldest];
@@ -203,6 +211,19 @@ void CAudioStream::OnOutputDone(WAVEHDR* pHeader)
         // The device took no more: the sound cannot go on.
     }
     done->SetLast(false);
+    // A driver may call a buffer done once the sound server holds it, a
+    // little before it is heard (Wine's does); stopping the device at once
+    // would cut the end off. The buffer after it (silence) keeps the device
+    // going while the end is heard, and playback finishes a moment later.
+    m_finishing = true;
+    if (SetTimer(m_hWnd, kHeardTimer, kHeardMs, nullptr) == 0)
+        FinishPlay();
+}
+
+void CAudioStream::FinishPlay()
+{
+    KillTimer(m_hWnd, kHeardTimer);
+    m_finishing = false;
     StopOutput();
     m_pPlay->P_PlayFinished();
 }
@@ -289,6 +310,10 @@ LRESULT CAudioStream::WindowProc(HWND hwnd, UINT msg, WPARAM wParam, LPARAM lPar
         return 0;
     case MM_WIM_DATA:
         OnInputData(reinterpret_cast<WAVEHDR*>(lParam));
+        return 0;
+    case WM_TIMER:
+        if (wParam == kHeardTimer && m_finishing && m_hWaveOut != nullptr)
+            FinishPlay();
         return 0;
     default:
         return MessageWindowDefault(hwnd, msg, wParam, lParam, L"Audio");

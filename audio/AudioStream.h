@@ -76,6 +76,7 @@ public:
 
 private:
     size_t Next(size_t position) const { return position + 1 == m_slots ? 0 : position + 1; }
+    void FinishPlay();
     void StopOutput();
     bool SubmitFilled();
     bool QueueFree();
@@ -97,4 +98,5 @@ private:
     size_t m_nextSubmit;
     size_t m_oldest;
     size_t m_stopMark;
+    bool m_finishing;  // the last buffer is done; waiting for its end to be heard
 };

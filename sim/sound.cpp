@@ -116,7 +116,9 @@ private:
     unsigned long m_rate = 22050;
     std::string m_state;        // the server's home, runtime dir, socket and pipe
     std::string m_socket;
+    std::string m_disk;         // relative sound files are found here
     std::string m_speakerPath;  // DIR/speaker.raw
+    uint64_t m_quietSamples = ~0ULL >> 1;  // zero samples at the speaker since the last sound
     int m_speakerFifo = -1;
     int m_speakerOut = -1;
     uint64_t m_speakerBytes = 0;
@@ -165,6 +167,7 @@ bool Sound::Start(int argc, char** argv)
     if (!m_console.Begin(options, &m_block) || !m_console.OpenSources(options))
         return false;
 
+    m_disk = disk;
     m_speakerPath = disk + "/speaker.raw";
     m_speakerOut = ::open(m_speakerPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
     if (m_speakerOut < 0) {
@@ -327,12 +330,27 @@ void Sound::DrainSpeaker()
             m_failed = true;
             m_console.Out("sound: %s: %s", m_speakerPath.c_str(), std::strerror(errno));
         }
+        // The first sound after a tenth of a second of silence is logged
+        // with its place in speaker.raw.
+        const int16_t* samples = reinterpret_cast<const int16_t*>(buffer);
+        for (ssize_t i = 0; i < n / 2; ++i) {
+            if (samples[i] == 0) {
+                ++m_quietSamples;
+                continue;
+            }
+            if (m_quietSamples >= m_rate / 10)
+                m_console.Out("speaker sound at sample %llu",
+                              static_cast<unsigned long long>(m_speakerBytes / 2 + i));
+            m_quietSamples = 0;
+        }
         m_speakerBytes += static_cast<uint64_t>(n);
     }
 }
 
-void Sound::Mic(const std::string& file)
+void Sound::Mic(const std::string& name)
 {
+    // A relative name is a file on the device disk.
+    const std::string file = name[0] == '/' ? name : m_disk + "/" + name;
     if (m_feed > 0) {
         m_console.Out("mic: still playing %s (mic stop first)", m_feedFile.c_str());
         return;

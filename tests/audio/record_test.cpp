@@ -79,13 +79,18 @@ TEST_F(RecordTest, MaxSecondsEndsALoudRecordingAfterTwoBuffers)
     KeepRecording(L"maxseconds");
 }
 
-TEST_F(RecordTest, CancelEndsWith103AndLeavesAWellFormedFile)
+TEST_F(RecordTest, ACancelFromTheProgressHandlerEndsWith103AndLeavesAWellFormedFile)
 {
     OpenInActivity();
     ASSERT_EQ(control->AudioRecord(0, 30), S_OK);
-    ASSERT_TRUE(WaitFor(kAudioRecordProgress));
-    ASSERT_EQ(control->CancelAudioRecord(), S_OK);
-    ASSERT_EQ(Events(kAudioRecordEnded).size(), 1u);
+    // As a script does: cancel while the recorder is still handing out the
+    // buffer; nothing of the stream may be used after that.
+    sink.onEvent = [this](DISPID id) {
+        ticks.push_back(GetTickCount());
+        if (id == kAudioRecordProgress)
+            control->CancelAudioRecord();
+    };
+    ASSERT_TRUE(WaitFor(kAudioRecordEnded));
     EXPECT_EQ(Events(kAudioRecordEnded)[0].args, std::vector<int>{103});
     // A second cancel, with nothing running, is silent.
     ASSERT_EQ(control->CancelAudioRecord(), S_OK);
@@ -93,6 +98,18 @@ TEST_F(RecordTest, CancelEndsWith103AndLeavesAWellFormedFile)
     EXPECT_EQ(Events(kAudioRecordEnded).size(), 1u);
     EXPECT_EQ(Events(kAudioRecordProgress).size(), 1u) << "no buffer after the cancel";
     KeepRecording(L"cancelled");
+}
+
+TEST_F(RecordTest, ClosingTheControlMidRecordingRaisesNothingAndFinishesTheFile)
+{
+    OpenInActivity();
+    Feed("tone.wav");
+    ASSERT_EQ(control->AudioRecord(0, 30), S_OK);
+    ASSERT_TRUE(WaitFor(kAudioRecordProgress, 2));
+    ASSERT_EQ(control->Close(), S_OK);
+    PumpFor(700);
+    EXPECT_TRUE(Events(kAudioRecordEnded).empty());
+    KeepRecording(L"closed");
 }
 
 TEST_F(RecordTest, AnEightBitCaptureFormatIsTakenButItsRecordingFailsAtTheFirstBuffer)

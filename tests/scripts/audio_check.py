@@ -6,14 +6,23 @@
       microphone: finds k with rec[i] == capture[k + 2*i] for every i.
   audio_check.py played-match SPEAKER.raw FILE.wav
       finds FILE's samples, whole and unchanged, in the speaker recording.
-  audio_check.py progress-expect CAPTURE.wav K RATE
-      the loudness the control reports for each half-second buffer of
-      CAPTURE's samples from K on, recorded at RATE.
+  audio_check.py recording REC.wav EVENTS CAPTURE.wav RATE
+      a START_ON_VOLUME|STOP_ON_VOLUME recording of CAPTURE (the capture
+      format at RATE) against the capture and the events the script got:
+      the half second before the trigger kept, every second sample of each
+      half-second buffer, the loudness of each buffer, the stop rule.
+  audio_check.py stored REC.wav CAPTURE.wav RATE BUFFERS
+      a recording without volume flags: BUFFERS half seconds of CAPTURE.
+  audio_check.py header FILE.wav
+      the RIFF and data sizes agree with the file's length.
+  audio_check.py frames FILE.wav N
+      the file holds N sample frames.
 
 Samples are 16-bit signed mono; a recording may start or end outside the
 capture file (the microphone is silent there), so samples before 0 or past
 the end count as zero. Exit 0 only when the match is exact.
 """
+import struct
 import sys
 import wave
 from array import array
@@ -81,58 +90,170 @@ def played_match(speaker, played):
     return None if at < 0 else at // 2
 
 
-def loudness(buffer, rate):
-    """The control's loudness of one buffer: the highest average of |s| over
-    tenth-second windows (the last window is the buffer's last tenth), as
-    the index of the highest set bit of peak + 1 (0 for silence, 15 for
-    full scale), scaled to 0..100: 0 -> 0, 200 -> 43, 32767 -> 93."""
-    window = rate // 10
-    starts = list(range(0, len(buffer) - window + 1, window))
-    if starts and starts[-1] != len(buffer) - window:
-        starts.append(len(buffer) - window)
-    peak = max((sum(abs(s) for s in buffer[s:s + window]) // window for s in starts), default=0)
-    return (((peak + 1).bit_length() - 1) * 100) // 16
+def buffered_offset(rec, cap, half):
+    """Where the recording's first buffer begins in the capture: the file
+    holds, for each half-second buffer of the capture from there on, every
+    second sample of that buffer (half // 2 of them; an odd buffer's last
+    sample is not kept). The microphone is silent outside the capture."""
+    kept = half // 2
+    if len(rec) % kept:
+        return None
+    at = lambda i: cap[i] if 0 <= i < len(cap) else 0
+    i0 = next((i for i, v in enumerate(rec) if v != 0), None)
+    if i0 is None:
+        return None
+    b0, p = divmod(i0, kept)
+    for j in range(len(cap)):
+        if cap[j] != rec[i0]:
+            continue
+        k = j - b0 * half - 2 * p
+        if all(at(k + (i // kept) * half + 2 * (i % kept)) == rec[i] for i in range(len(rec))):
+            return k
+    return None
 
 
-def progress_expect(capture, k, rate, buffers=None):
-    size = rate // 2
-    # The buffers the capture reaches into (at least one).
-    count = buffers if buffers is not None else max(1, -(-(len(capture) - k) // size))
-    out = []
-    for b in range(count):
-        lo = k + b * size
-        buffer = [capture[i] if 0 <= i < len(capture) else 0 for i in range(lo, lo + size)]
-        out.append(loudness(buffer, rate))
-    return out
+def wave_header_ok(path):
+    """The file's RIFF and data sizes agree with its length (46-byte header)."""
+    data = open(path, "rb").read()
+    if len(data) < 46 or data[:4] != b"RIFF" or data[8:16] != b"WAVEfmt ":
+        return "not a 46-byte-header wave file"
+    riff, fmt = struct.unpack_from("<II", data, 4)[0], struct.unpack_from("<I", data, 16)[0]
+    if fmt != 18 or data[38:42] != b"data":
+        return "format chunk of %d bytes" % fmt
+    size = struct.unpack_from("<I", data, 42)[0]
+    if riff != len(data) - 8 or size != len(data) - 46:
+        return "sizes RIFF %d data %d for a %d-byte file" % (riff, size, len(data))
+    return None
+
+
+def window_averages(buf, window):
+    """Averages of |s| over consecutive windows of a buffer, as the recorder
+    scans it: a window straddling the end reads zeros past it, and once the
+    windows run out one more covers the buffer's last window."""
+    n = len(buf)
+    padded = list(buf) + [0] * window
+    out, start, last = [], 0, False
+    while True:
+        out.append(sum(abs(s) for s in padded[start:start + window]) // window)
+        if last:
+            return out
+        start += window
+        if start > n - 1:
+            start, last = n - window, True
+
+
+def loudness_of(most):
+    return ((most + 1).bit_length() - 1) * 100 // 16
+
+
+def check_recording(rec_path, events_path, capture_path, rate, start=200, stop=150):
+    """A START_ON_VOLUME|STOP_ON_VOLUME recording against the capture it heard.
+    Returns a list of failures (empty when all holds)."""
+    bad = []
+    problem = wave_header_ok(rec_path)
+    if problem:
+        return [problem]
+    rec_wave = wave.open(rec_path)
+    if rec_wave.getframerate() != rate // 2 or rec_wave.getnchannels() != 1 or rec_wave.getsampwidth() != 2:
+        return ["recording format %d Hz %d ch %d bytes" % (rec_wave.getframerate(), rec_wave.getnchannels(),
+                                                           rec_wave.getsampwidth())]
+    rec = load(rec_path)
+    cap = load(capture_path)
+    half = rate // 2
+    # Where the recording begins in the capture stream; the microphone is
+    # silent before and after the capture file.
+    at = lambda i: cap[i] if 0 <= i < len(cap) else 0
+    k = buffered_offset(rec, cap, half)
+    if k is None:
+        return ["the recording is not every second sample of each half second of the capture"]
+    events = [line.split() for line in open(events_path)]
+    progress = [(int(e[1]), int(e[2])) for e in events if e[0] == "progress"]
+    ended = [int(e[1]) for e in events if e[0] == "recordended"]
+    if ended != [0]:
+        bad.append("AudioRecordEnded %s, not (0) once" % ended)
+    buffers = len(rec) // (half // 2)
+    j0 = len(progress) - buffers  # the preroll buffer's event
+    if j0 < 0:
+        return bad + ["%d progress events for %d stored buffers" % (len(progress), buffers)]
+    expected, maxima, minima = [], [], []
+    for j in range(len(progress)):
+        buf = [at(k + (j - j0) * half + i) for i in range(half)]
+        averages = window_averages(buf, rate // 10)
+        maxima.append(max(averages))
+        minima.append(min(averages))
+        seconds = 0 if j <= j0 else (j - j0 + 1) * half // rate
+        expected.append((loudness_of(max(averages)), seconds))
+    if progress != expected:
+        bad.append("progress %s, expected %s" % (progress, expected))
+    # The trigger: the first loud buffer after the recording's first.
+    trigger = next((j for j in range(1, len(maxima)) if maxima[j] > start), None)
+    if trigger != j0 + 1:
+        bad.append("stored from buffer %d, the trigger came at %s" % (j0, trigger))
+    quiet = next((j for j in range(j0 + 2, len(minima)) if minima[j] < stop), None)
+    if quiet is None or len(progress) - 1 != quiet + 2:
+        bad.append("ended at buffer %d, quiet first at %s" % (len(progress) - 1, quiet))
+    last_nonzero = max(i for i in range(len(cap)) if cap[i] != 0)
+    after = (k + buffers * half - (last_nonzero + 1)) / rate
+    if not 1.0 <= after <= 1.5 + 0.1:
+        bad.append("%.3f s stored after the speech ended" % after)
+    print("recording: %d samples from capture sample %d (preroll %d buffers before the trigger), "
+          "%.3f s kept after the speech, %d progress events" % (len(rec), k, 1, after, len(progress)))
+    return bad
+
+
+def check_stored(rec_path, capture_path, rate, buffers):
+    """A recording without volume flags: so many whole buffers, each every
+    second sample of a half second of the capture."""
+    problem = wave_header_ok(rec_path)
+    if problem:
+        return [problem]
+    rec, cap, half = load(rec_path), load(capture_path), rate // 2
+    if len(rec) != buffers * (half // 2):
+        return ["%d samples, not %d buffers of %d" % (len(rec), buffers, half // 2)]
+    if buffered_offset(rec, cap, half) is None:
+        return ["not every second sample of each half second of the capture"]
+    return []
 
 
 def main(argv):
-    if len(argv) == 4 and argv[1] == "decimated-match":
-        rec, capture = load(argv[2]), load(argv[3])
+    command, args = (argv[1], argv[2:]) if len(argv) > 1 else ("", [])
+    failures = None
+    if command == "decimated-match" and len(args) == 2:
+        rec, capture = load(args[0]), load(args[1])
         k, bad = decimated_match(rec, capture)
         if k is None:
             print("decimated-match: %s (%d samples) has no sound, or none placed in %s"
-                  % (argv[2], len(rec), argv[3]))
+                  % (args[0], len(rec), args[1]))
             return 1
         nz = first_nonzero(capture)
         where = "no sound in the capture" if nz is None else "%+d samples from its first sound (sample %d)" % (k - nz, nz)
         print("decimated-match: k=%d n=%d mismatches=%d; k is %s" % (k, len(rec), bad, where))
         return 0 if bad == 0 else 1
-    if len(argv) == 4 and argv[1] == "played-match":
-        speaker, played = load(argv[2]), load(argv[3])
+    elif command == "played-match" and len(args) == 2:
+        speaker, played = load(args[0]), load(args[1])
         at = played_match(speaker, played) if len(played) else None
         if at is None:
             print("played-match: %s (%d samples) not found whole in %s (%d samples)"
-                  % (argv[3], len(played), argv[2], len(speaker)))
+                  % (args[1], len(played), args[0], len(speaker)))
             return 1
         print("played-match: offset=%d n=%d" % (at, len(played)))
         return 0
-    if len(argv) == 5 and argv[1] == "progress-expect":
-        for value in progress_expect(load(argv[2]), int(argv[3]), int(argv[4])):
-            print(value)
-        return 0
-    sys.stderr.write(__doc__)
-    return 2
+    elif command == "recording" and len(args) == 4:
+        failures = check_recording(args[0], args[1], args[2], int(args[3]))
+    elif command == "stored" and len(args) == 4:
+        failures = check_stored(args[0], args[1], int(args[2]), int(args[3]))
+    elif command == "header" and len(args) == 1:
+        problem = wave_header_ok(args[0])
+        failures = [problem] if problem else []
+    elif command == "frames" and len(args) == 2:
+        frames = wave.open(args[0]).getnframes()
+        failures = [] if frames == int(args[1]) else ["%d frames, not %s" % (frames, args[1])]
+    if failures is None:
+        sys.stderr.write(__doc__)
+        return 2
+    for failure in failures:
+        print("%s: %s" % (command, failure))
+    return 1 if failures else 0
 
 
 if __name__ == "__main__":
