@@ -174,6 +174,9 @@ int Record(int runs)
             return 1;
         worstSpread = std::max(worstSpread, spread);
         const size_t before = Count(sink, kAudioRecordEnded);
+        // The last run's silence may still be playing.
+        if (r > 0 && !sound.Send("mic stop"))
+            return 1;
         if (control->AudioRecord(3, 30) != S_OK || !sound.Send("mic speech.wav"))
             return 1;
         std::string line;

@@ -379,10 +379,16 @@ void Sound::Mic(const std::string& name)
 
 void Sound::MicStop()
 {
-    if (m_feed > 0)
-        ::kill(m_feed, SIGTERM);
-    else
+    if (m_feed <= 0) {
         m_console.Out("mic: nothing playing");
+        return;
+    }
+    // At once, so that a "mic FILE" right after it plays: the feeder would
+    // drain its buffer on a polite signal.
+    ::kill(m_feed, SIGKILL);
+    ::waitpid(m_feed, nullptr, 0);
+    m_feed = -1;
+    m_console.Out("mic stopped %s", m_feedFile.c_str());
 }
 
 void Sound::Execute(CommandSource& source, const std::string& raw)

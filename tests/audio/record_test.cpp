@@ -112,9 +112,18 @@ TEST_F(RecordTest, ClosingTheControlMidRecordingRaisesNothingAndFinishesTheFile)
     KeepRecording(L"closed");
 }
 
-TEST_F(RecordTest, AnEightBitCaptureFormatIsTakenButItsRecordingFailsAtTheFirstBuffer)
+TEST_F(RecordTest, CaptureFormatsTheRecorderCannotUse)
 {
     OpenInActivity();
+    // No device opens it: refused, and the file made for it is gone again.
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\RecOdd.wav", EmptyWave(kBenchRate, 16, 1, 0x1234)));
+    ASSERT_EQ(Script().Put(L"RecFormat", S::Str(L"RecOdd.wav")), S_OK);
+    debug.Clear();
+    EXPECT_EQ(control->AudioRecord(0, 30), E_FAIL);
+    EXPECT_EQ(debug.Lines(), std::vector<std::wstring>{L"AudioRecord: Record failed.\r\n"});
+    EXPECT_TRUE(Recordings().empty());
+    // An 8-bit format opens, but the recorder scans and stores 16-bit mono
+    // only: the recording fails at its first buffer.
     ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\Rec8bit.wav", EmptyWave(kBenchRate, 8)));
     ASSERT_EQ(Script().Put(L"RecFormat", S::Str(L"Rec8bit.wav")), S_OK);
     ASSERT_EQ(control->AudioRecord(0, 30), S_OK);
