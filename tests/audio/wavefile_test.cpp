@@ -142,6 +142,8 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
         {"two data chunks read as one", Riff(fmt16 + Chunk("data", a) + Chunk("data", b)), true, a + b},
         {"another chunk between the data chunks", Riff(fmt16 + Chunk("data", a) + Chunk("LIST", "abcd") + Chunk("data", b)),
          true, a + b},
+        {"an odd-sized chunk before the data, no pad byte", Riff(fmt16 + Chunk("LIST", "abc") + Chunk("data", a)),
+         true, a},
         {"an empty data chunk", Riff(fmt16 + Chunk("data", "")), true, ""},
         {"a chunk before the format", Riff(Chunk("LIST", "abcd") + fmt16 + Chunk("data", a)), false, ""},
         {"a 12-byte format", Riff(Chunk("fmt ", Fmt(22050, 16, 1, 14).substr(0, 12)) + Chunk("data", a)), false, ""},
