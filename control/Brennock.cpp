@@ -56,10 +56,9 @@ CBrennock::CBrennock(IUnknown* outer)
       m_refs(0),
       m_pOuter(outer != nullptr ? outer : &m_inner),
       m_inner(this),
-      m_eventPoint(this, DIID__IBrennockEvents, &m_lock),
+      m_eventPoint(this, DIID__IBrennockEvents, &m_lock.section),
       m_pTypeInfo(nullptr)
 {
-    InitializeCriticalSection(&m_lock);
     BrennockModule::Lock();
 }
 
@@ -68,7 +67,6 @@ CBrennock::~CBrennock()
     m_eventPoint.UnadviseAll();
     if (m_pTypeInfo != nullptr)
         m_pTypeInfo->Release();
-    DeleteCriticalSection(&m_lock);
     BrennockModule::Unlock();
 }
 
@@ -141,7 +139,7 @@ STDMETHODIMP_(ULONG) CBrennock::Release()
 
 ITypeInfo* CBrennock::TypeInfo()
 {
-    EnterCriticalSection(&m_lock);
+    EnterCriticalSection(&m_lock.section);
     if (m_pTypeInfo == nullptr) {
         ITypeLib* lib = nullptr;
         HRESULT hr = LoadRegTypeLib(LIBID_BRENNOCKCONTROLLib, 1, 0, kTypeLibLcid, &lib);
@@ -156,7 +154,7 @@ ITypeInfo* CBrennock::TypeInfo()
         }
     }
     ITypeInfo* info = m_pTypeInfo;
-    LeaveCriticalSection(&m_lock);
+    LeaveCriticalSection(&m_lock.section);
     return info;
 }
 

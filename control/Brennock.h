@@ -230,7 +230,17 @@ private:
     LONG m_refs;
     IUnknown* m_pOuter;
     CInnerUnknown m_inner;
-    CRITICAL_SECTION m_lock;
+    // The object lock. Its own member, declared before the connection point,
+    // so that it is deleted after the connection point's destructor, which
+    // still takes it.
+    struct ObjectLock
+    {
+        ObjectLock() { InitializeCriticalSection(&section); }
+        ~ObjectLock() { DeleteCriticalSection(&section); }
+        ObjectLock(const ObjectLock&) = delete;
+        ObjectLock& operator=(const ObjectLock&) = delete;
+        CRITICAL_SECTION section;
+    } m_lock;
     CEventConnectionPoint m_eventPoint;
     ITypeInfo* m_pTypeInfo;
 };

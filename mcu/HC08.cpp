@@ -469,7 +469,9 @@ bool CHC08::SendCopyOfPacket(const BYTE* pPack, int size)
         return false;
     }
     memcpy(copy, pPack, size);
-    if (!PostMessageW(m_hWnd, kPacketMessage, 0, reinterpret_cast<LPARAM>(copy))) {
+    // No window after a failed or closed Open: a post to no window would go
+    // to the thread's queue, where nothing frees the copy.
+    if (m_hWnd == nullptr || !PostMessageW(m_hWnd, kPacketMessage, 0, reinterpret_cast<LPARAM>(copy))) {
         ASSERT(false);
         DebugOut(L"CHC08::SendCopyOfPacket: PostMessage failed.\n");
         CoTaskMemFree(copy);

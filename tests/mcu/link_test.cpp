@@ -464,6 +464,19 @@ TEST_F(LinkFixture, NoPortOpenFailsAtOnceAndTheRestWorks)
     EXPECT_EQ(capture.Lines().back(), L"put_MaskWithNoise - CHC08::SetNoiseOn failed.\r\n");
     ASSERT_EQ(script->Get(L"MaskWithNoise", &v), S_OK);
     EXPECT_EQ(v.iVal, 1);
+    // Simulated packets have no window to go to: they fail with their
+    // messages, and nothing is left queued on this thread.
+    capture.Clear();
+    EXPECT_EQ(script->Call(L"SimTimerGo", {ScriptObject::I4(5)}), E_FAIL);
+    EXPECT_EQ(script->Call(L"SimCapsitLeftDown", {ScriptObject::I4(7)}), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{
+                                   L"CHC08::SendCopyOfPacket: PostMessage failed.\n",
+                                   L"SimTimerGo - CHC08::SimTimerGo failed.\r\n",
+                                   L"CHC08::SendCopyOfPacket: PostMessage failed.\n",
+                                   L"SimCapsitLeftDown - CHC08::SimCapsitLeftDown failed.\r\n",
+                               }));
+    MSG msg;
+    EXPECT_FALSE(PeekMessageW(&msg, reinterpret_cast<HWND>(-1), 0, 0, PM_NOREMOVE)) << "a packet on the thread queue";
 }
 
 }  // namespace
