@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# The whole script surface from both script languages: surface.js and
+# surface.vbs run in the device shell next to every simulator (the watch
+# seated, the sound server on) on a disk provisioned for a bench study, and
+# each must end with exit code 0.
+#   shell_surface_test.sh HOST_BIN_DIR SHELL_EXE
+set -uo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+host=${1:?native build directory}
+shell=${2:?the device shell}
+work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-surface.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+study="$work/study"
+block="$work/flashblock.bin"
+"$host/provision" study "$study" >/dev/null || exit 1
+"$host/nvimage" --device-id 1234 --block "$block" >/dev/null || exit 1
+"$host/provision" device "$study" --id 1234 --block "$block" >/dev/null || exit 1
+base="$work/base"
+mkdir -p "$base"
+cp -R "$root/examples/disk/." "$base/"
+cp "$block" "$base/Hard Disk/flashblock.bin"
+cp "$(dirname "$shell")/MarrowbyGzip.dll" "$base/Device Software/"
+"$root/scripts/speech" "$base/speech.wav" >/dev/null || exit 1
+sox -n -r 22050 -c 1 -b 16 "$base/Device Software/blip.wav" synth 0.3 sine 800 vol 0.5 || exit 1
+
+failures=0
+for script in surface.js surface.vbs; do
+  disk="$work/disk-$script"
+  cp -R "$base" "$disk"
+  touch "$disk/debug.log"
+  if "$root/scripts/simrun" --no-build --disk "$disk" --sound "" --watch "--rate fast --seated --log-address 0x4000" \
+       -- "$shell" --timeout 240 --log "$disk/debug.log" "$root/tests/scripts/$script"; then
+    echo "ok   $script: every member called, every event received"
+  else
+    echo "FAIL $script (the control's debug output: $disk/debug.log)"
+    tail -n 30 "$disk/debug.log" 2>/dev/null
+    failures=$((failures + 1))
+  fi
+done
+exit $((failures > 0))
