@@ -328,8 +328,8 @@ def session_title(files):
     return f"Device {', '.join(devices)}   session {times}"
 
 
-def note_axes(fig, spec, text, colour="0.35"):
-    ax = fig.add_subplot(spec)
+def note_axes(fig, cell, text, colour="0.35"):
+    ax = fig.add_subplot(cell)
     ax.axis("off")
     ax.text(0.0, 0.5, text, transform=ax.transAxes, fontsize=9, color=colour, va="center", wrap=True)
     return ax
