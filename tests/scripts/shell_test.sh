@@ -71,7 +71,7 @@ expect_out "TimerEnded 0 3"
 for quit in 0 4; do
   shell "errors.js Quit($quit)" --quiet-debug --timeout 30 "$dir/errors.js" $quit
   expect_rc $((quit == 0 ? 1 : quit))
-  expect_err "$(at errors.js):4:18: Object expected"
+  expect_err "$(at errors.js):4:47: Object expected"
   expect_out "handled 2"
 done
 

@@ -11,8 +11,10 @@ function Brennock_CapsitLeftDown(ticks) {
     Shell.Echo("CapsitLeftDown from the line");
     Brennock.TimerStart(2, 0);
 }
+var timerEnded = false;
 function Brennock_TimerEnded(cause, id) {
     Shell.Echo("TimerEnded", cause, id);
+    timerEnded = true;
     if (id == 2) Shell.Quit(7);
 }
 function caught(f) {
@@ -30,6 +32,7 @@ Brennock.SessionStart();
 Shell.Echo("fail", caught(function () { Brennock.SessionStart(); }));
 Shell.Echo("shell", caught(function () { Shell.Arguments(5); }));
 Brennock.TimerStart(1, 0.2);
-Shell.Sleep(1000);                // the timer ends during the sleep
+while (!timerEnded && Shell.Time < 20000)
+    Shell.Sleep(50);              // the timer ends during a sleep
 Shell.Echo("slept");
 Shell.Bench("mcu", "capsit left down");
