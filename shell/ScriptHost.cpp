@@ -88,6 +88,7 @@ HRESULT ScriptHost::CallFunction(const wchar_t* name, DISPPARAMS* params, VARIAN
         return S_FALSE;
 
     ++m_functionDepth;
+    const bool outerReported = m_reported;
     m_reported = false;
     EXCEPINFO info{};
     UINT badArg = 0;
@@ -102,6 +103,7 @@ HRESULT ScriptHost::CallFunction(const wchar_t* name, DISPPARAMS* params, VARIAN
     SysFreeString(info.bstrDescription);
     SysFreeString(info.bstrHelpFile);
     --m_functionDepth;
+    m_reported = outerReported;
     return hr;
 }
 
