@@ -1,0 +1,95 @@
+// The shell's event routing with the registered control's type information
+// and the real script engines: the handler's value goes back to the control
+// for the events that ask for one (SessionEnded), as a long.
+#include "shell/EventRouter.h"
+#include "shell/ScriptHost.h"
+#include "shell/ShellRun.h"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <wrl/client.h>
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+constexpr DISPID kSessionEnded = 25;
+
+struct ResultCase
+{
+    const char* what;
+    const wchar_t* engine;
+    const wchar_t* script;
+    LONG expected;
+    int handlerErrors;
+};
+
+const ResultCase kCases[] = {
+    {"JScript value", L"JScript", L"function Brennock_SessionEnded(c) { return c + 40; }", 143, 0},
+    {"VBScript function", L"VBScript",
+     L"Function Brennock_SessionEnded(c)\nBrennock_SessionEnded = c + 40\nEnd Function\n", 143, 0},
+    {"JScript text", L"JScript", L"function Brennock_SessionEnded(c) { return '12'; }", 12, 0},
+    {"JScript nothing", L"JScript", L"function Brennock_SessionEnded(c) { }", 0, 0},
+    {"VBScript sub", L"VBScript", L"Sub Brennock_SessionEnded(c)\nEnd Sub\n", 0, 0},
+    {"no handler", L"JScript", L"var x = 1;", 0, 0},
+    {"handler throws", L"JScript", L"function Brennock_SessionEnded(c) { throw new Error('no'); }", 0, 1},
+};
+
+class EventRouterResult : public ::testing::TestWithParam<ResultCase>
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+        CLSID clsid;
+        ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
+        ASSERT_HRESULT_SUCCEEDED(
+            CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(control.GetAddressOf())));
+    }
+    void TearDown() override
+    {
+        control.Reset();
+        CoUninitialize();
+    }
+    ComPtr<IUnknown> control;
+};
+
+TEST_P(EventRouterResult, HandlersValueReachesTheControlAsALong)
+{
+    const ResultCase& c = GetParam();
+    ShellRun run;
+    ScriptHost script(run, L"handler");
+    ASSERT_HRESULT_SUCCEEDED(script.Start(c.engine));
+    ASSERT_TRUE(script.RunGlobalCode(c.script));
+
+    ComPtr<EventRouter> router;
+    router.Attach(new EventRouter(run, script));
+    ASSERT_HRESULT_SUCCEEDED(router->ReadEvents(control.Get()));
+    ASSERT_EQ(router->EventName(kSessionEnded), L"SessionEnded");
+
+    VARIANT cause;
+    VariantInit(&cause);
+    cause.vt = VT_I2;
+    cause.iVal = 103;
+    DISPPARAMS params{&cause, nullptr, 1, 0};
+    VARIANT result;
+    VariantInit(&result);
+    EXPECT_HRESULT_SUCCEEDED(router->Invoke(kSessionEnded, IID_NULL, 0x0400, DISPATCH_METHOD, &params, &result,
+                                            nullptr, nullptr));
+    EXPECT_EQ(result.vt, VT_I4);
+    EXPECT_EQ(result.lVal, c.expected);
+    EXPECT_EQ(run.HandlerErrors(), c.handlerErrors);
+    VariantClear(&result);
+    script.Close();
+}
+
+INSTANTIATE_TEST_SUITE_P(Handlers, EventRouterResult, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<ResultCase>& info) {
+                             std::string name = info.param.what;
+                             for (char& ch : name)
+                                 if (ch == ' ')
+                                     ch = '_';
+                             return name;
+                         });
+
+}  // namespace

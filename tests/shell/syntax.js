@@ -1,0 +1,2 @@
+Shell.Echo("before");
+var x = ;
