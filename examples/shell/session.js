@@ -128,10 +128,11 @@ function Brennock_TimerGo(ticksAtGo) {
     }
 }
 function Brennock_TimerRollover() { got("TimerRollover", []); }
-function Brennock_DigitoLeftDownward(t, d) { got("DigitoLeftDownward", [t, d]); tapped(); }
-function Brennock_DigitoRightDownward(t, d) { got("DigitoRightDownward", [t, d]); tapped(); }
-function Brennock_DigitoLeftUpward(t, d) { got("DigitoLeftUpward", [t, d]); }
-function Brennock_DigitoRightUpward(t, d) { got("DigitoRightUpward", [t, d]); }
+function Brennock_DigitoLeftDownward(t, d) { got("DigitoLeftDownward", [t, d]); }
+function Brennock_DigitoRightDownward(t, d) { got("DigitoRightDownward", [t, d]); }
+function Brennock_DigitoLeftUpward(t, d) { got("DigitoLeftUpward", [t, d]); tapped(); }
+function Brennock_DigitoRightUpward(t, d) { got("DigitoRightUpward", [t, d]); tapped(); }
+// A tap is over when the finger is up again.
 function tapped() {
     if (++taps == 8) {
         say("8 taps: the test ends");
