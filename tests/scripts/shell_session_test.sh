@@ -67,4 +67,11 @@ import sys, wave, array
 w = wave.open(sys.argv[1]); a = array.array("h"); a.frombytes(w.readframes(w.getnframes()))
 sys.exit(0 if w.getframerate() == 11025 and len(a) > 11025 and max(abs(x) for x in a) > 5000 else 1)' "${wav:-/none}"
 check "the watch's .trem reads back" "$host/trem2bin" "${trem:-/none}" -o "$work/watch.bin"
+
+# On a disk nobody provisioned the script stops at Open with its reason.
+"$root/scripts/simrun" --no-build -- "$shell" --timeout 60 --quiet-debug "$root/examples/shell/session.js" \
+  > "$work/bare.out" 2>&1
+rc=$?
+check "an unprovisioned disk: exit 1 with one reason" \
+  sh -c 'test $1 -eq 1 && grep -q "FAILED: the control did not open (is the disk provisioned" "$2"' _ $rc "$work/bare.out"
 exit $((failures > 0))
