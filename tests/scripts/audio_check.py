@@ -4,8 +4,11 @@
   audio_check.py decimated-match REC.wav CAPTURE.wav
       REC was recorded at half CAPTURE's rate while CAPTURE played into the
       microphone: finds k with rec[i] == capture[k + 2*i] for every i.
-  audio_check.py played-match SPEAKER.raw FILE.wav
-      finds FILE's samples, whole and unchanged, in the speaker recording.
+  audio_check.py played-match SPEAKER.raw FILE.wav [--gaps]
+      finds FILE's samples, whole and unchanged, in the speaker recording;
+      with --gaps runs of silence between them are allowed (a sound server
+      that ran dry plays silence and then goes on) and reported, but no
+      sample may be lost or changed.
   audio_check.py recording REC.wav EVENTS CAPTURE.wav RATE
       a START_ON_VOLUME|STOP_ON_VOLUME recording of CAPTURE (the capture
       format at RATE) against the capture and the events the script got:
@@ -89,6 +92,37 @@ def played_match(speaker, played):
         at = hay.find(needle, at + 1)
     return None if at < 0 else at // 2
 
+
+def played_with_gaps(speaker, played):
+    """(offset, gaps) where every sample of played arrives unchanged and in
+    order, with runs of silence inserted between them where the sound server
+    ran dry (gaps: (position in played, samples of silence)); (None, None)
+    when a sample is lost or changed. Nothing is allowed but inserted zeros."""
+    start = first_nonzero(played)
+    if start is None:
+        return None, None
+    probe = played[start:start + 32]
+    for j in range(len(speaker) - len(probe) + 1):
+        if speaker[j] != probe[0] or speaker[j:j + len(probe)] != probe:
+            continue
+        at = j - start
+        if at < 0 or speaker[at:j] != played[:start]:
+            continue
+        i, k, gaps = 0, at, []
+        while i < len(played) and k < len(speaker):
+            if speaker[k] == played[i]:
+                i += 1
+                k += 1
+                continue
+            if speaker[k] != 0:
+                break
+            run = k
+            while k < len(speaker) and speaker[k] == 0 and speaker[k] != played[i]:
+                k += 1
+            gaps.append((i, k - run))
+        if i == len(played):
+            return at, gaps
+    return None, None
 
 def buffered_offset(rec, cap, half):
     """Where the recording's first buffer begins in the capture: the file
@@ -229,6 +263,16 @@ def main(argv):
         where = "no sound in the capture" if nz is None else "%+d samples from its first sound (sample %d)" % (k - nz, nz)
         print("decimated-match: k=%d n=%d mismatches=%d; k is %s" % (k, len(rec), bad, where))
         return 0 if bad == 0 else 1
+    elif command == "played-match" and len(args) == 3 and args[2] == "--gaps":
+        speaker, played = load(args[0]), load(args[1])
+        at, gaps = played_with_gaps(speaker, played)
+        if at is None:
+            print("played-match: %s (%d samples): a sample lost or changed in %s"
+                  % (args[1], len(played), args[0]))
+            return 1
+        print("played-match: offset=%d n=%d, %d run(s) of silence inserted by the sound server %s"
+              % (at, len(played), len(gaps), gaps))
+        return 0
     elif command == "played-match" and len(args) == 2:
         speaker, played = load(args[0]), load(args[1])
         at = played_match(speaker, played) if len(played) else None
