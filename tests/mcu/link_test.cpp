@@ -340,10 +340,11 @@ TEST_F(LinkTest, FramingSplitPacketsGarbageAndTheDigitoGate)
     EXPECT_EQ(Args(Events(kTimerGo)[0]), std::vector<double>{0x3456});
 
     // Garbage in front of a packet in the same read: the length is refused,
-    // the scan finds the packet by its checksum.
+    // the scan passes over a start with a valid length (AA 05) whose
+    // checksum does not match and finds the packet by its checksum.
     int size = 0;
     BYTE* capsit = CHC08Pack::BuildCapsitLeftDown(&size, 0x3460);
-    std::string garbage = "raw 00 00 " + Hex(capsit, size);
+    std::string garbage = "raw 00 00 AA 05 " + Hex(capsit, size);
     delete[] capsit;
     ASSERT_TRUE(SendAndFence({garbage}));
     EXPECT_EQ(Args(Events(kCapsitLeftDown).at(0)), std::vector<double>{10});
