@@ -29,6 +29,8 @@ constexpr DISPID kTimerGo = 3;
 constexpr DISPID kTimerRollover = 4;
 constexpr DISPID kDigitoLeftDownward = 5;
 constexpr DISPID kDigitoLeftUpward = 6;
+constexpr DISPID kDigitoRightDownward = 7;
+constexpr DISPID kDigitoRightUpward = 8;
 constexpr DISPID kCapsitLeftDown = 9;
 constexpr DISPID kCapsitLeftUp = 10;
 constexpr DISPID kCapsitRightDown = 11;
@@ -340,23 +342,33 @@ TEST_F(LinkTest, FramingSplitPacketsGarbageAndTheDigitoGate)
     EXPECT_EQ(Args(Events(kTimerGo)[0]), std::vector<double>{0x3456});
 
     // Garbage in front of a packet in the same read: the length is refused,
-    // the scan finds the packet by its checksum.
+    // the scan passes over a start with a valid length (AA 05) whose
+    // checksum does not match and finds the packet by its checksum.
     int size = 0;
     BYTE* capsit = CHC08Pack::BuildCapsitLeftDown(&size, 0x3460);
-    std::string garbage = "raw 00 00 " + Hex(capsit, size);
+    std::string garbage = "raw 00 00 AA 05 " + Hex(capsit, size);
     delete[] capsit;
     ASSERT_TRUE(SendAndFence({garbage}));
     EXPECT_EQ(Args(Events(kCapsitLeftDown).at(0)), std::vector<double>{10});
     EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{L"Bad lenFollowing: 0\r\n"});
 
-    // Finger taps from the line are dropped between activities; simulated
-    // ones go straight to the script.
-    ASSERT_TRUE(SendAndFence({"digito left down 7"}));
+    // Finger taps from the line, of either hand, are dropped between
+    // activities; simulated ones go straight to the script.
+    ASSERT_TRUE(SendAndFence({"digito left down 7", "digito right down 7"}));
     EXPECT_TRUE(Events(kDigitoLeftDownward).empty());
+    EXPECT_TRUE(Events(kDigitoRightDownward).empty());
     ASSERT_EQ(script->Call(L"SimTimerGo", {I4(500)}), S_OK);
     ASSERT_EQ(script->Call(L"SimDigitoLeftDownward", {I4(20), I4(7)}), S_OK);
     ASSERT_TRUE(PumpUntilEvents(kDigitoLeftDownward, 1));
     EXPECT_EQ(Args(Events(kDigitoLeftDownward)[0]), (std::vector<double>{20, 7}));
+
+    // While an activity runs, taps of both hands come through from the line.
+    ASSERT_EQ(script->Call(L"ActivityConfig", {I2(1), ScriptObject::Str(L"Tapping"), I2(0), I2(0)}), S_OK);
+    ASSERT_EQ(script->Call(L"ActivityStart", {I2(0)}), S_OK);
+    ASSERT_TRUE(SendAndFence({"digito left up 5", "digito right up 6"}));
+    EXPECT_EQ(Events(kDigitoLeftUpward).size(), 1u);
+    EXPECT_EQ(Events(kDigitoRightUpward).size(), 1u);
+    ASSERT_EQ(script->Call(L"ActivityCancel"), S_OK);
 }
 
 TEST_F(LinkTest, SystemNotesErrorsAndUnknownPackets)

@@ -341,6 +341,27 @@ TEST_F(ActivityTest, AFailedSaveStillEndsTheActivity)
     EXPECT_FALSE(CTestManager::SaveHC08PackList(nullptr, L"\\Hard Disk\\x.motr"));
 }
 
+TEST_F(ActivityTest, ATimeOutEndsAtTheFirstTimerTickPastItsLimit)
+{
+    // Counted in ticks of the manager's own 500 ms timer: started just after
+    // one tick, a 1 s activity is due by the second and ended by the third.
+    const HWND window = FindThreadWindow(L"TestManangerMessageWin");
+    ASSERT_NE(window, nullptr);
+    int ticks = 0;
+    const auto countTicks = [&](const MSG& msg) {
+        if (msg.hwnd == window && msg.message == WM_TIMER)
+            ++ticks;
+    };
+    ASSERT_EQ(Config(2, L"Seat", 1, 0), S_OK);
+    // The first tick may have waited in the queue; the second comes on time.
+    ASSERT_TRUE(PumpUntil([&] { return ticks == 2; }, 30000, countTicks));
+    ASSERT_EQ(control->ActivityStart(0), S_OK);
+    ticks = 0;
+    ASSERT_TRUE(PumpUntil([&] { return !Endings().empty(); }, 30000, countTicks));
+    EXPECT_EQ(Endings(), (std::vector<Ending>{{1, 2}}));
+    EXPECT_LE(ticks, 3);
+}
+
 TEST_F(ActivityTest, DeadlinesSurviveTheTickWrap)
 {
     EXPECT_TRUE(CTestManager::DeadlinePassed(5000, 5000));

@@ -137,6 +137,9 @@ TEST_F(ScheduleTest, ASessionDoneCountsForItsSlotAndEveryEarlierOne)
          {L"Mon 09 Feb 2004 09:00:00", L"Mon 09 Feb 2004 11:00:00", 0}},
         {L"Mon 09 Feb 2004 10:00:00", L"Mon 09 Feb 2004 10:30:00",
          {L"Mon 16 Feb 2004 09:00:00", L"Mon 16 Feb 2004 11:00:00", 0}},
+        // Started the very moment its window opened.
+        {L"Mon 09 Feb 2004 09:00:00", L"Mon 09 Feb 2004 10:00:00",
+         {L"Mon 16 Feb 2004 09:00:00", L"Mon 16 Feb 2004 11:00:00", 0}},
         // Weeks done long ago: the current week's missed slot gets its makeup.
         {L"Mon 09 Feb 2004 10:00:00", L"Tue 24 Feb 2004 08:00:00",
          {L"Tue 24 Feb 2004 09:00:00", L"Tue 24 Feb 2004 11:00:00", 0}},

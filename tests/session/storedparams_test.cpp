@@ -52,6 +52,8 @@ TEST_F(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
         {"comment after blanks", "  # set by the study team\r\n" + bench,
          {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
         {"key without =", With("Debug", "Debug 0"), {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
+        {"underscore in a key", bench + "Study_Site=Lab 3\r\n",
+         {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
         {"cut after a key", noDebug + "Debug", {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
         {"key without a value", noDebug + "Debug=  ", {L"ERROR: Missing value in param file.\r\n", kReadFailed}},
         {"window of 25 hours", With("SessionWindowHours", "SessionWindowHours=25"),
