@@ -4,6 +4,8 @@
 #include "shell/OutputChannel.h"
 #include "shell/ShellRun.h"
 
+#include <psapi.h>
+
 #include <cstdio>
 #include <cwctype>
 
@@ -19,6 +21,7 @@ enum : DISPID
     kTime,
     kNow,
     kBench,
+    kResources,
 };
 
 struct Member
@@ -40,6 +43,7 @@ constexpr Member kMembers[] = {
     {L"Time", kTime, 0, 0},
     {L"Now", kNow, 0, 0},
     {L"Bench", kBench, 2, 2},
+    {L"Resources", kResources, 0, 0},
 };
 
 const Member* FindMember(DISPID id)
@@ -48,6 +52,24 @@ const Member* FindMember(DISPID id)
         if (m.id == id)
             return &m;
     return nullptr;
+}
+
+// What this process holds, for a soak run to sample: kernel handles, private
+// bytes, GDI and USER objects.
+std::wstring ResourcesText()
+{
+    HANDLE self = GetCurrentProcess();
+    DWORD handles = 0;
+    GetProcessHandleCount(self, &handles);
+    PROCESS_MEMORY_COUNTERS_EX memory{};
+    memory.cb = sizeof(memory);
+    GetProcessMemoryInfo(self, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof(memory));
+    wchar_t text[160];
+    swprintf(text, sizeof(text) / sizeof(text[0]), L"handles=%lu private=%llu gdi=%lu user=%lu",
+             static_cast<unsigned long>(handles), static_cast<unsigned long long>(memory.PrivateUsage),
+             static_cast<unsigned long>(GetGuiResources(self, GR_GDIOBJECTS)),
+             static_cast<unsigned long>(GetGuiResources(self, GR_USEROBJECTS)));
+    return text;
 }
 
 // The i-th argument in the script's order (DISPPARAMS holds them last first).
@@ -318,6 +340,12 @@ STDMETHODIMP ShellObject::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS
             if (result != nullptr) {
                 result->vt = VT_R8;
                 result->dblVal = m_run.ElapsedMs();
+            }
+            break;
+        case kResources:
+            if (result != nullptr) {
+                result->vt = VT_BSTR;
+                result->bstrVal = SysAllocString(ResourcesText().c_str());
             }
             break;
         case kNow:
