@@ -85,7 +85,7 @@ run_cut() {
   fi
   if [ -n "$grow_file" ]; then
     local start; start=$(stat -c %s "$grow_file" 2>/dev/null || echo 0)
-    while [ "$(stat -c %s "$grow_file" 2>/dev/null || echo 0)" -lt $((start + grow_bytes)) ]; do :; done
+    while [ "$(stat -c %s "$grow_file" 2>/dev/null || echo 0)" -lt $((start + grow_bytes)) ] && kill -0 "$pid" 2>/dev/null; do :; done
   fi
   [ "$delay" -gt 0 ] && sleep "$(printf '0.%03d' "$delay")"
   kill -KILL "$pid" 2>/dev/null
