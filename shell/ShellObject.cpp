@@ -4,8 +4,11 @@
 #include "shell/OutputChannel.h"
 #include "shell/ShellRun.h"
 
+#include <psapi.h>
+
 #include <cstdio>
 #include <cwctype>
+#include <vector>
 
 namespace {
 
@@ -19,6 +22,7 @@ enum : DISPID
     kTime,
     kNow,
     kBench,
+    kResources,
 };
 
 struct Member
@@ -40,6 +44,7 @@ constexpr Member kMembers[] = {
     {L"Time", kTime, 0, 0},
     {L"Now", kNow, 0, 0},
     {L"Bench", kBench, 2, 2},
+    {L"Resources", kResources, 0, 0},
 };
 
 const Member* FindMember(DISPID id)
@@ -48,6 +53,106 @@ const Member* FindMember(DISPID id)
         if (m.id == id)
             return &m;
     return nullptr;
+}
+
+// What this process holds, for a soak run to sample: kernel handles, private
+// bytes, working set, GDI objects, and USER objects as windows of this
+// process (top-level and message-only). Wine answers GetProcessHandleCount
+// and GetGuiResources with 0, so the handles are also counted from the
+// system's handle table, and the windows by enumeration.
+struct HandleEntry
+{
+    ULONG pid;
+    BYTE type;
+    BYTE flags;
+    USHORT value;
+    PVOID object;
+    ACCESS_MASK access;
+};
+struct HandleTable
+{
+    ULONG count;
+    HandleEntry entries[1];
+};
+
+DWORD CountOwnHandles()
+{
+    using QueryFn = LONG(WINAPI*)(int, PVOID, ULONG, PULONG);
+    auto query = reinterpret_cast<QueryFn>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    if (query == nullptr)
+        return 0;
+    std::vector<BYTE> buffer(1 << 20);
+    for (int tries = 0; tries < 6; ++tries) {
+        ULONG needed = 0;
+        const LONG status = query(16 /* SystemHandleInformation */, buffer.data(),
+                                  static_cast<ULONG>(buffer.size()), &needed);
+        if (status == 0) {
+            const auto* table = reinterpret_cast<const HandleTable*>(buffer.data());
+            const ULONG self = GetCurrentProcessId();
+            DWORD own = 0;
+            for (ULONG i = 0; i < table->count; ++i)
+                own += table->entries[i].pid == self;
+            return own;
+        }
+        buffer.resize(buffer.size() * 2);
+    }
+    return 0;
+}
+
+DWORD CountOwnWindows()
+{
+    struct Count { DWORD n = 0; } count;
+    const DWORD self = GetCurrentProcessId();
+    auto own = [](HWND window, DWORD pid) {
+        DWORD owner = 0;
+        GetWindowThreadProcessId(window, &owner);
+        return owner == pid;
+    };
+    for (HWND parent : {static_cast<HWND>(nullptr), HWND_MESSAGE})
+        for (HWND w = FindWindowExW(parent, nullptr, nullptr, nullptr); w != nullptr;
+             w = FindWindowExW(parent, w, nullptr, nullptr))
+            count.n += own(w, self);
+    return count.n;
+}
+
+// Committed private memory, region by region (Wine leaves PrivateUsage 0).
+unsigned long long CountPrivateBytes()
+{
+    unsigned long long total = 0;
+    MEMORY_BASIC_INFORMATION region{};
+    for (BYTE* at = nullptr; VirtualQuery(at, &region, sizeof(region)) == sizeof(region);) {
+        if (region.State == MEM_COMMIT && region.Type == MEM_PRIVATE)
+            total += region.RegionSize;
+        BYTE* next = static_cast<BYTE*>(region.BaseAddress) + region.RegionSize;
+        if (next <= at)
+            break;
+        at = next;
+    }
+    return total;
+}
+
+std::wstring ResourcesText()
+{
+    HANDLE self = GetCurrentProcess();
+    DWORD handles = 0;
+    GetProcessHandleCount(self, &handles);
+    if (handles == 0)
+        handles = CountOwnHandles();
+    PROCESS_MEMORY_COUNTERS_EX memory{};
+    memory.cb = sizeof(memory);
+    GetProcessMemoryInfo(self, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof(memory));
+    if (memory.PrivateUsage == 0)
+        memory.PrivateUsage = static_cast<SIZE_T>(CountPrivateBytes());
+    const DWORD user = GetGuiResources(self, GR_USEROBJECTS);
+    wchar_t text[200];
+    swprintf(text, sizeof(text) / sizeof(text[0]),
+             L"handles=%lu private=%llu workingset=%llu gdi=%lu user=%lu windows=%lu",
+             static_cast<unsigned long>(handles), static_cast<unsigned long long>(memory.PrivateUsage),
+             static_cast<unsigned long long>(memory.WorkingSetSize),
+             static_cast<unsigned long>(GetGuiResources(self, GR_GDIOBJECTS)), static_cast<unsigned long>(user),
+             static_cast<unsigned long>(CountOwnWindows()));
+    return text;
 }
 
 // The i-th argument in the script's order (DISPPARAMS holds them last first).
@@ -318,6 +423,12 @@ STDMETHODIMP ShellObject::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS
             if (result != nullptr) {
                 result->vt = VT_R8;
                 result->dblVal = m_run.ElapsedMs();
+            }
+            break;
+        case kResources:
+            if (result != nullptr) {
+                result->vt = VT_BSTR;
+                result->bstrVal = SysAllocString(ResourcesText().c_str());
             }
             break;
         case kNow:

@@ -10,6 +10,7 @@
 //   Shell.Time                 milliseconds since the shell started (a double)
 //   Shell.Now                  local date and time, "Tue 03 Feb 2004 09:05:00"
 //   Shell.Bench(sim, command)  appends command to \<sim>.cmd on the device disk
+//   Shell.Resources            what the process holds: "handles=N private=BYTES gdi=N user=N"
 #pragma once
 
 #include <windows.h>

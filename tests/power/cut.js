@@ -1,0 +1,164 @@
+// cut.js: keeps the control writing one kind of file until the power cut
+// test kills the shell from outside. Every run begins with Open, so a run
+// after a cut is also the check that the device comes up again.
+//
+//   brennock-shell.exe tests/power/cut.js MODE
+//
+// MODE: open (Open and quit), assert, nvram, motr, wav, trem, package.
+// Marks go to \cut.cmd on the device disk through Shell.Bench, one line each:
+// "opened" after Open, then "point ..." just before the write the test cuts
+// into; the test kills the shell at or after a point.
+
+var mode = Shell.ArgumentCount > 0 ? Shell.Arguments(0) : "open";
+function mark(text) { Shell.Bench("cut", text); }
+function fail(text) {
+    Shell.Echo("cut.js: " + text);
+    mark("failed " + text);
+    Shell.Quit(1);
+}
+
+if (Brennock.Open() != 1)
+    fail("Open failed");
+mark("opened " + Brennock.NVParameterRead("NextPictureIndex", "none"));
+if (mode == "open") {
+    Brennock.Close();
+    Shell.Quit(0);
+}
+
+var round = 0;
+var nextRound = null;
+// The next round runs from a user timer, not from inside the event that
+// ended the last one.
+function later(f) {
+    nextRound = f;
+    Brennock.TimerStart(9, 0.05);
+}
+function Brennock_TimerEnded(cause, id) {
+    if (id == 9 && nextRound != null) {
+        var f = nextRound;
+        nextRound = null;
+        f();
+    }
+}
+
+// The assert file: one line per call, appended for ever.
+if (mode == "assert") {
+    mark("point appending");
+    for (;;) {
+        round++;
+        Brennock.AssertWrite("cut.js", round % 30000, "power cut probe " + round);
+    }
+}
+
+// The NVRAM commit: sessions one after another, each changing the picture
+// index, whose normal end commits the image to flash (and packs an empty
+// session). The end is synchronous, so a plain loop does it.
+function nvramRound() {
+    round++;
+    Brennock.SessionStart();
+    var index = Number(Brennock.NVParameterRead("NextPictureIndex", "0")) + 1;
+    Brennock.NVParameterWrite("NextPictureIndex", String(index));
+    mark("point commit " + index);
+    Brennock.SessionEndNormal();
+}
+
+// A .motr: a pegs test with thousands of packets, ended by the script; the
+// end writes the file.
+function motrRound() {
+    round++;
+    if (round == 1)
+        Brennock.SessionStart();
+    Brennock.ActivityConfig(2, "Pegs", 0, 0);
+    Brennock.ActivityStart(0);
+    Shell.Bench("mcu", "burst 4000 pegs");
+    Shell.Bench("mcu", "mark burst done " + round);
+}
+function Brennock_PegsMap(t, left, right) {
+    var want = mode == "motr" ? 4000 : 400;
+    if (++pegs == want) {
+        pegs = 0;
+        mark("point " + mode + " " + round);
+        if (mode == "motr")
+            Brennock.ActivityEndNormal();
+        else
+            Brennock.SessionEndNormal();
+    }
+}
+var pegs = 0;
+
+// A .wav: a voice recording started at once and running until the cut.
+function wavRound() {
+    Brennock.SessionStart();
+    Brennock.ActivityConfig(6, "Voice", 0, 0);
+    Brennock.ActivityStart(0);
+    Brennock.RecFormat = "Rec22k.wav";
+    Brennock.AudioRecord(0, 60);
+    Shell.Bench("sound", "mic speech.wav");
+}
+function Brennock_AudioRecordProgress(maxVolume, seconds) {
+    if (mode == "wav")
+        mark("point recording " + seconds);
+}
+
+// A .trem: a watch download; the file is written when the last block is in.
+var watchRead = false, saving = false;
+function tremRound() {
+    round++;
+    Brennock.SessionStart();
+    saving = true;
+    Brennock.WatchSaveStart("Watch");
+}
+function Brennock_WatchParametersRead(cause) {
+    watchRead = cause == 0;
+    if (mode == "trem" && watchRead && !saving)
+        tremRound();
+}
+function Brennock_WatchSaveProgress(percent) {
+    if (mode == "trem" && percent >= 90)
+        mark("point trem " + round + " " + percent);
+}
+function Brennock_WatchSaveEnded(cause) {
+    if (mode != "trem")
+        return;
+    mark("saved " + round + " " + cause);
+    saving = false;
+    Brennock.SessionCancel();
+}
+
+// A package: a short tapping test and a questionnaire, then the normal end,
+// which commits the NVRAM and packs the session's files.
+function packageRound() {
+    round++;
+    Brennock.SessionStart();
+    Brennock.ActivityConfig(7, "Quest", 0, 0);
+    Brennock.ActivityStart(0);
+    Brennock.QuestionResponse("Q1-sleep", "A" + round);
+    Brennock.ActivityEndNormal();
+    Brennock.ActivityConfig(2, "Pegs", 0, 0);
+    Brennock.ActivityStart(0);
+    Shell.Bench("mcu", "burst 400 pegs");
+    Shell.Bench("mcu", "mark burst done " + round);
+}
+
+function Brennock_ActivityEnded(cause, testID) {
+    if (mode == "motr")
+        later(motrRound);
+}
+function Brennock_SessionEnded(cause) {
+    if (mode == "trem" && watchRead)
+        later(tremRound);
+    else if (mode == "package")
+        later(packageRound);
+    return 1;
+}
+
+if (mode == "nvram")
+    for (;;) nvramRound();
+else if (mode == "motr")
+    motrRound();
+else if (mode == "wav")
+    wavRound();
+else if (mode == "package")
+    packageRound();
+else if (mode != "trem")
+    fail("unknown mode " + mode);
