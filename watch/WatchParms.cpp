@@ -36,12 +36,13 @@ bool ParseWatchParms(const BYTE* reply, DWORD size, WatchParms* out, const wchar
         delete[] text;
         return false;
     }
-    // A number that is unreadable or negative is garbage; one with bit 23
-    // set is the watch's way of saying it has recorded nothing.
+    // A number that is unreadable or negative (as a 32-bit value, whatever
+    // the width of long) is garbage; one with bit 23 set is the watch's way
+    // of saying it has recorded nothing.
     unsigned long address = 0;
     wchar_t field[64] = {};
     wcsncpy(field, cr[2] + 1, std::min<size_t>(cr[3] - cr[2] - 1, 63));
-    if (swscanf(field, L"%lx", &address) != 1 || static_cast<long>(static_cast<LONG>(address)) < 0) {
+    if (swscanf(field, L"%lx", &address) != 1 || address > 0x7FFFFFFFUL) {
         *pFailure = L"Garbled next address in parameter.\r\n";
         delete[] text;
         return false;
