@@ -183,6 +183,10 @@ bool CWaveFile::ReadHeader()
     const DWORD size = chunk[1];
     if (size < 14)
         return false;
+    // No format record is longer than 18 bytes and its 16-bit extra size: a
+    // bigger chunk is not a format, and its size is not worth allocating.
+    if (size > kPcmFormatBytes + 0xFFFF)
+        return false;
     const DWORD allocated = size < kPcmFormatBytes ? kPcmFormatBytes : size;
     BYTE* format = new (std::nothrow) BYTE[allocated];
     if (format == nullptr) {

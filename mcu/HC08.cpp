@@ -10,6 +10,7 @@
 #include "control/MessageWindow.h"
 #include "diag/Assert.h"
 #include "diag/DebugOut.h"
+#include "mcu/HC08Framer.h"
 #include "mcu/HC08Pack.h"
 #include "panel/GpioPins.h"
 #include "session/TestManager.h"
@@ -23,7 +24,6 @@ constexpr DWORD kTickMask = 0x00FFFFFF;  // the microcontroller counts 24 bits
 constexpr DWORD kTicksPerRollover = 0x01000000;
 constexpr DWORD kReadyWaitMs = 8000;
 constexpr DWORD kReaderExitWaitMs = 1000;
-constexpr int kReadBufferSize = 1024;
 
 }  // namespace
 
@@ -355,12 +355,11 @@ DWORD CHC08::Run()
         return 0;
     }
 
-    BYTE buffer[kReadBufferSize];
-    int held = 0;
+    CHC08Framer framer(this);
     for (;;) {
         DWORD got = 0;
         EnterCriticalSection(&m_portLock);
-        BOOL ok = ReadFile(m_hPort, buffer + held, kReadBufferSize - held, &got, nullptr);
+        BOOL ok = ReadFile(m_hPort, framer.FreeSpace(), framer.FreeBytes(), &got, nullptr);
         LeaveCriticalSection(&m_portLock);
         if (!ok)
             got = 0;
@@ -374,51 +373,21 @@ DWORD CHC08::Run()
                 DebugOut(L"HC08::run: WaitCommEvent awoke prematurely.\r\n");
             continue;
         }
-
-        int total = held + static_cast<int>(got);
-        int offset = 0;
-        bool flushed = false;
-        while (total - offset >= 2) {
-            int size = CHC08Pack::CalcSizePacket(buffer + offset, true);
-            if (size == -1) {
-                // Out of step: look for the next byte that starts a packet
-                // whose checksum matches. Anything less certain is thrown
-                // away with whatever the line still holds.
-                bool found = false;
-                for (++offset; offset < total; ++offset) {
-                    if (total - offset < 2)
-                        break;
-                    int candidate = CHC08Pack::CalcSizePacket(buffer + offset, false);
-                    if (offset + candidate > total)
-                        break;
-                    if (candidate > 0 &&
-                        buffer[offset + candidate - 1] == CHC08Pack::CalcChecksum(buffer + offset)) {
-                        found = true;
-                        size = candidate;
-                        break;
-                    }
-                }
-                if (!found) {
-                    FlushSerialInput(200);
-                    held = 0;
-                    flushed = true;
-                    break;
-                }
-            }
-            if (offset + size > total)
-                break;  // the rest of this packet is still on the line
-            ProcessPacket(buffer + offset, size);
-            offset += size;
-        }
-        if (flushed)
-            continue;
-        held = total - offset;
-        if (held > 0 && offset > 0)
-            memmove(buffer, buffer + offset, held);
+        framer.Commit(static_cast<int>(got));
     }
     DebugOut(L"HC08 reader thread Exiting.\r\n");
     CoUninitialize();
     return 0;
+}
+
+void CHC08::OnPacket(const BYTE* pPack, int size)
+{
+    ProcessPacket(pPack, size);
+}
+
+void CHC08::OnOutOfStep()
+{
+    FlushSerialInput(200);
 }
 
 void CHC08::ProcessPacket(const BYTE* pPack, int size)

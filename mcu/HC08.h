@@ -14,11 +14,12 @@
 
 #include "control/EventSinks.h"
 #include "control/ManagerSite.h"
+#include "mcu/HC08Framer.h"
 
 class CTestManager;
 class CGpioPins;
 
-class CHC08
+class CHC08 : private IHC08FrameSink
 {
 public:
     CHC08(HINSTANCE instance, IManagerSite* site);
@@ -74,6 +75,10 @@ public:
 private:
     static DWORD WINAPI ThreadProc(LPVOID param);
     DWORD Run();
+    // The reader's framer hands packets on here, and asks for a drain when
+    // the line is out of step.
+    void OnPacket(const BYTE* pPack, int size) override;
+    void OnOutOfStep() override;
     void ProcessPacket(const BYTE* pPack, int size);
     bool SendCopyOfPacket(const BYTE* pPack, int size);
     bool PostBuilt(BYTE* pPack, int size);

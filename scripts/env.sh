@@ -16,6 +16,7 @@ export PULSE_CLIENTCONFIG="$BRENNOCK_ROOT/scripts/pulse-client.conf"
 # Debian packages the project needs on a fresh machine.
 BRENNOCK_PACKAGES="wine64 wine libwine-dev g++-mingw-w64-x86-64-posix mingw-w64-tools cmake make
   googletest libz-mingw-w64-dev libssl-dev zlib1g-dev openssl zip unzip python3 g++ ca-certificates
-  pulseaudio pulseaudio-utils sox libsox-fmt-base espeak-ng python3-matplotlib python3-numpy"
+  pulseaudio pulseaudio-utils sox libsox-fmt-base espeak-ng python3-matplotlib python3-numpy
+  clang libclang-rt-dev"
 
 brennock_log() { echo "[brennock] $*" >&2; }

@@ -36,7 +36,7 @@ CWatch::CWatch(HINSTANCE instance, IManagerSite* site)
       m_pNVRAM(nullptr),
       m_hWnd(nullptr),
       m_portName(nullptr),
-      m_hPort(INVALID_HANDLE_VALUE),
+      m_line(&m_watchVisible, &m_exitFlag),
       m_hThread(nullptr),
       m_threadId(0),
       m_exitFlag(0),
@@ -79,7 +79,7 @@ bool CWatch::Open()
     m_pGpio = m_pSite->GetGpio();
     m_pSink = m_pSite->GetWatchEventSink();
     m_pNVRAM = m_pSite->GetNVRAM();
-    if (m_hPort != INVALID_HANDLE_VALUE)
+    if (m_line.Port() != INVALID_HANDLE_VALUE)
         return true;
 
     if (!MessageWindowRegister(m_hInstance, kClassName, MessageWindowProc<CWatch>)) {
@@ -127,6 +127,7 @@ bool CWatch::Open()
         Close();
         return false;
     }
+    m_line.SetWakeEvent(m_pCmdQueue->Event());
     InterlockedExchange(&m_exitFlag, 0);
     m_hThread = CreateThread(nullptr, 0, ThreadProc, this, 0, &m_threadId);
     if (m_hThread == nullptr) {
@@ -160,11 +161,11 @@ void CWatch::Close()
             m_pCmdQueue->Signal();
     }
     // A command under way fails at its next read or write on the closed port.
-    HANDLE port = m_hPort;
+    HANDLE port = m_line.Port();
     if (port != INVALID_HANDLE_VALUE) {
         if (m_pGpio != nullptr)
             m_pGpio->SetWatchPower(false);
-        m_hPort = INVALID_HANDLE_VALUE;
+        m_line.Detach();
         CloseHandle(port);
     }
     delete[] m_portName;
@@ -180,6 +181,7 @@ void CWatch::Close()
         CloseHandle(m_hReady);
         m_hReady = nullptr;
     }
+    m_line.SetWakeEvent(nullptr);
     delete m_pCmdQueue;
     m_pCmdQueue = nullptr;
     if (m_hWnd != nullptr) {

@@ -20,8 +20,9 @@
 // --no-watch), Open fails.
 //
 // The implementation is in three files: Watch.cpp (open, close, thread,
-// window, carrier, visibility), WatchProtocol.cpp (the serial protocol) and
-// WatchOperations.cpp (parameters, saving, the destroy sequence).
+// window, carrier, visibility), WatchProtocol.cpp (the port; the protocol
+// itself is CWatchLine's) and WatchOperations.cpp (parameters, saving, the
+// destroy sequence).
 #pragma once
 
 #include <windows.h>
@@ -29,6 +30,7 @@
 #include "control/EventSinks.h"
 #include "control/ManagerSite.h"
 #include "watch/WatchCmdResp.h"
+#include "watch/WatchLine.h"
 
 class CGpioPins;
 class CNVRAMBoard;
@@ -39,7 +41,7 @@ class CWatch
 {
 public:
     // Bytes in one data block, and the address units (of 256 bytes) it spans.
-    static constexpr DWORD kBlockBytes = 4096;
+    static constexpr DWORD kBlockBytes = CWatchLine::kBlockBytes;
     static constexpr long kBlockAddressStep = 16;
 
     // The message that carries a response record to the window, and the
@@ -113,15 +115,6 @@ private:
     void DropSave();
     IWatchEventSink* Sink();
 
-    // One byte from the port under the current time-outs: 1 read, 0 nothing
-    // came in time, -1 the read failed.
-    int ReadByte(BYTE* c);
-    bool WriteByte(BYTE c);
-    bool SetBaud(const DCB& saved, DWORD baud);
-    bool ExecuteTextCommand(const char* command, BYTE* response, DWORD* pSize);
-    bool ExecuteBinaryCommand(const char* command, const DCB& saved, BYTE* response, DWORD* pSize);
-    bool SendCommandEchoed(const char* command);
-    void PauseUnlessClosing(DWORD ms);
 
     HINSTANCE m_hInstance;
     IManagerSite* m_pSite;
@@ -132,7 +125,7 @@ private:
     HWND m_hWnd;
 
     wchar_t* m_portName;
-    HANDLE volatile m_hPort;
+    CWatchLine m_line;  // holds the port once open
     HANDLE m_hThread;
     DWORD m_threadId;
     volatile LONG m_exitFlag;

@@ -17,6 +17,7 @@
 #include "session/StoredParams.h"
 #include "session/TestManager.h"
 #include "watch/WatchDestroySteps.h"
+#include "watch/WatchParms.h"
 #include "watch/WatchQueue.h"
 
 namespace {
@@ -79,80 +80,18 @@ void CWatch::ProcessReadParms(const WatchCmdResp* record)
         return;
     }
 
-    const char* reply = reinterpret_cast<const char*>(record->Data());
-    const int replySize = static_cast<int>(record->size);
-    int room = replySize > 0 ? MultiByteToWideChar(CP_ACP, 0, reply, replySize, nullptr, 0) : 0;
-    if (room <= 0) {
-        DebugOut(L"ERROR: ProcessReadParms: response failed to convert.\r\n");
+    WatchParms parms;
+    const wchar_t* failure = nullptr;
+    if (!ParseWatchParms(record->Data(), record->size, &parms, &failure)) {
+        DebugOut(failure);
         m_parmSamplesRecorded = -1;
         if (sink != nullptr)
             sink->WatchParametersRead(102);
         return;
     }
-    wchar_t* text = new (std::nothrow) wchar_t[room + 1];
-    if (text == nullptr) {
-        DebugOut(L"ERROR: ProcessReadParms: out of memory.\r\n");
-        m_parmSamplesRecorded = -1;
-        if (sink != nullptr)
-            sink->WatchParametersRead(102);
-        return;
-    }
-    MultiByteToWideChar(CP_ACP, 0, reply, replySize, text, room);
-    text[room] = L'\0';
-
-    // CR, field, CR, field, CR, next log address in hex, CR ...
-    const wchar_t* cr[4] = {};
-    const wchar_t* p = text;
-    for (int i = 0; i < 4 && p != nullptr; ++i) {
-        cr[i] = wcschr(p, L'\r');
-        p = cr[i] != nullptr ? cr[i] + 1 : nullptr;
-    }
-    if (cr[0] != text || cr[3] == nullptr) {
-        DebugOut(L"Garbled response from watch.\r\n");
-        delete[] text;
-        m_parmSamplesRecorded = -1;
-        if (sink != nullptr)
-            sink->WatchParametersRead(102);
-        return;
-    }
-    // A number that is unreadable or negative is garbage; one with bit 23
-    // set is the watch's way of saying it has recorded nothing.
-    unsigned long address = 0;
-    wchar_t field[64] = {};
-    wcsncpy(field, cr[2] + 1, std::min<size_t>(cr[3] - cr[2] - 1, 63));
-    if (swscanf(field, L"%lx", &address) != 1 || static_cast<long>(static_cast<LONG>(address)) < 0) {
-        DebugOut(L"Garbled next address in parameter.\r\n");
-        delete[] text;
-        m_parmSamplesRecorded = -1;
-        if (sink != nullptr)
-            sink->WatchParametersRead(102);
-        return;
-    }
-    m_parmSamplesRecorded = (address & 0x800000UL) != 0 ? 0 : static_cast<long>(address);
-
-    // Kept with CR LF line ends, as it goes into the ".trem" file.
-    size_t crs = 0;
-    for (const wchar_t* q = text; *q != L'\0'; ++q)
-        crs += (*q == L'\r');
-    wchar_t* kept = new (std::nothrow) wchar_t[wcslen(text) + crs + 1];
-    if (kept == nullptr) {
-        DebugOut(L"ERROR: ProcessReadParms: out of memory.\r\n");
-        delete[] text;
-        m_parmSamplesRecorded = -1;
-        if (sink != nullptr)
-            sink->WatchParametersRead(102);
-        return;
-    }
-    wchar_t* out = kept;
-    for (const wchar_t* q = text; *q != L'\0'; ++q) {
-        *out++ = *q;
-        if (*q == L'\r')
-            *out++ = L'\n';
-    }
-    *out = L'\0';
-    delete[] text;
+    m_parmSamplesRecorded = parms.samplesRecorded;
     delete[] m_parmText;
-    m_parmText = kept;
+    m_parmText = parms.text;
     if (sink != nullptr)
         sink->WatchParametersRead(0);
 }

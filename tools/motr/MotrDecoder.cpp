@@ -84,7 +84,8 @@ bool MotrDecoder::Decode(const std::vector<uint8_t>& file, Recording* out, std::
     *this = MotrDecoder();
     const size_t n = file.size();
     const size_t magicBytes = n < sizeof(kMagic) ? n : sizeof(kMagic);
-    if (std::memcmp(file.data(), kMagic, magicBytes) != 0) {
+    // An empty file has no bytes to compare (and may have no buffer at all).
+    if (magicBytes > 0 && std::memcmp(file.data(), kMagic, magicBytes) != 0) {
         std::vector<uint8_t> start(file.begin(), file.begin() + magicBytes);
         *error = "byte 0: not a .motr recording (starts " + Hex(start) + ", not \"MOTR\")";
         return false;
