@@ -27,15 +27,8 @@ trap 'rm -rf "$work"' EXIT
 echo "power cuts: $cuts per kind, seed $seed"
 
 study="$work/study"
-"$host/provision" study "$study" >/dev/null || exit 1
-"$host/nvimage" --device-id 1234 --block "$work/flashblock.bin" >/dev/null || exit 1
-"$host/provision" device "$study" --id 1234 --block "$work/flashblock.bin" >/dev/null || exit 1
 disk="$work/disk"
-mkdir -p "$disk"
-cp -R "$root/examples/disk/." "$disk/"
-cp "$work/flashblock.bin" "$disk/Hard Disk/flashblock.bin"
-cp "$(dirname "$shell")/MarrowbyGzip.dll" "$disk/Device Software/"
-"$root/scripts/speech" --after 30 "$disk/speech.wav" >/dev/null || exit 1
+"$root/scripts/bench-disk" "$disk" "$study" --after 30 || exit 1
 
 # ---------------------------------------------------------------------------
 # Killing the shell.

@@ -23,16 +23,8 @@ band_mb=${BAND_MB:-4}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-soak.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-study="$work/study"
-"$host/provision" study "$study" >/dev/null || exit 1
-"$host/nvimage" --device-id 1234 --block "$work/flashblock.bin" >/dev/null || exit 1
-"$host/provision" device "$study" --id 1234 --block "$work/flashblock.bin" >/dev/null || exit 1
 disk="$work/disk"
-mkdir -p "$disk"
-cp -R "$root/examples/disk/." "$disk/"
-cp "$work/flashblock.bin" "$disk/Hard Disk/flashblock.bin"
-cp "$(dirname "$shell")/MarrowbyGzip.dll" "$disk/Device Software/"
-"$root/scripts/speech" --before 0.5 --speech 1 --after 1.5 "$disk/speech.wav" >/dev/null || exit 1
+"$root/scripts/bench-disk" "$disk" "$work/study" --before 0.5 --speech 1 --after 1.5 || exit 1
 
 "$root/scripts/simrun" --no-build --disk "$disk" --sound "" --watch "--rate fast --seated" \
   -- "$shell" --timeout $((seconds + 120)) --quiet-debug "$root/tests/power/soak.js" "$seconds" "$max" \

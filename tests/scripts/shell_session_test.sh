@@ -20,16 +20,8 @@ check() {  # check DESCRIPTION COMMAND...
 }
 
 study="$work/study"
-block="$work/flashblock.bin"
-"$host/provision" study "$study" >/dev/null || exit 1
-"$host/nvimage" --device-id 1234 --block "$block" >/dev/null || exit 1
-"$host/provision" device "$study" --id 1234 --block "$block" >/dev/null || exit 1
 disk="$work/disk"
-mkdir -p "$disk"
-cp -R "$root/examples/disk/." "$disk/"
-cp "$block" "$disk/Hard Disk/flashblock.bin"
-cp "$(dirname "$shell")/MarrowbyGzip.dll" "$disk/Device Software/"
-"$root/scripts/speech" "$disk/speech.wav" >/dev/null || exit 1
+"$root/scripts/bench-disk" "$disk" "$study" || exit 1
 touch "$disk/debug.log"
 
 "$root/scripts/simrun" --no-build --disk "$disk" --sound "" --watch "--rate fast --seated" \

@@ -11,17 +11,8 @@ shell=${2:?the device shell}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-surface.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-study="$work/study"
-block="$work/flashblock.bin"
-"$host/provision" study "$study" >/dev/null || exit 1
-"$host/nvimage" --device-id 1234 --block "$block" >/dev/null || exit 1
-"$host/provision" device "$study" --id 1234 --block "$block" >/dev/null || exit 1
 base="$work/base"
-mkdir -p "$base"
-cp -R "$root/examples/disk/." "$base/"
-cp "$block" "$base/Hard Disk/flashblock.bin"
-cp "$(dirname "$shell")/MarrowbyGzip.dll" "$base/Device Software/"
-"$root/scripts/speech" "$base/speech.wav" >/dev/null || exit 1
+"$root/scripts/bench-disk" "$base" "$work/study" || exit 1
 sox -n -r 22050 -c 1 -b 16 "$base/Device Software/blip.wav" synth 0.3 sine 800 vol 0.5 || exit 1
 
 failures=0
