@@ -146,24 +146,44 @@ void Summary(const char* what, std::vector<double> v, const char* design)
                 v.back(), v.size(), design);
 }
 
-int Record(int runs)
+// The control opened next to the sound simulator, with a counting sink.
+struct SoundBench
 {
     ComApartment com;
-    ProvisionDisk();
-    CreateDirectoryW(L"\\Device Software", nullptr);
-    ComPtr<IBrennock> control = CreateLocalControl();
+    ComPtr<IBrennock> control;
     RecordingSink sink;
-    AdviseSink(control.Get(), &sink);
-    short ok = 0;
-    control->Open(&ok);
-    SimChannel sound(L"\\sound.log", L"\\sound.cmd");
+    SimChannel sound{L"\\sound.log", L"\\sound.cmd"};
+
+    bool Open()
+    {
+        ProvisionDisk();
+        CreateDirectoryW(L"\\Device Software", nullptr);
+        control = CreateLocalControl();
+        AdviseSink(control.Get(), &sink);
+        short ok = 0;
+        control->Open(&ok);
+        if (ok == 1 && sound.Running())
+            return true;
+        std::fprintf(stderr, "bench_audio: the control did not open next to the sound simulator\n");
+        return false;
+    }
+};
+
+int Record(int runs)
+{
+    SoundBench bench;
+    if (!bench.Open())
+        return 1;
+    ComPtr<IBrennock>& control = bench.control;
+    RecordingSink& sink = bench.sink;
+    SimChannel& sound = bench.sound;
     ScriptObject script(control.Get());
-    if (ok != 1 || !sound.Running() || control->SessionStart() != S_OK ||
+    if (control->SessionStart() != S_OK ||
         script.Call(L"ActivityConfig", {ScriptObject::I2(7), ScriptObject::Str(L"Voice"), ScriptObject::I2(0),
                                         ScriptObject::I2(0)}) != S_OK ||
         control->ActivityStart(0) != S_OK ||
         script.Put(L"RecFormat", ScriptObject::Str(L"\\Device Software\\Rec22k.wav")) != S_OK) {
-        std::fprintf(stderr, "bench_audio: the control did not open next to the sound simulator\n");
+        std::fprintf(stderr, "bench_audio: no voice activity could be started\n");
         return 1;
     }
     std::vector<double> delays;
@@ -200,18 +220,12 @@ int Record(int runs)
 
 int Play(int runs)
 {
-    ComApartment com;
-    ProvisionDisk();
-    ComPtr<IBrennock> control = CreateLocalControl();
-    RecordingSink sink;
-    AdviseSink(control.Get(), &sink);
-    short ok = 0;
-    control->Open(&ok);
-    SimChannel sound(L"\\sound.log", L"\\sound.cmd");
-    if (ok != 1 || !sound.Running()) {
-        std::fprintf(stderr, "bench_audio: the control did not open next to the sound simulator\n");
+    SoundBench bench;
+    if (!bench.Open())
         return 1;
-    }
+    ComPtr<IBrennock>& control = bench.control;
+    RecordingSink& sink = bench.sink;
+    SimChannel& sound = bench.sound;
     ScriptObject script(control.Get());
     std::vector<double> delays;
     double worstSpread = 0;
