@@ -28,7 +28,8 @@ add_executable(brennock-panel ${CMAKE_SOURCE_DIR}/sim/panel.cpp)
 target_link_libraries(brennock-panel PRIVATE brennock_simconsole brennock_simgpio)
 
 # The pseudo-terminals the serial simulators hold, and their paced output.
-add_library(brennock_simserial STATIC ${CMAKE_SOURCE_DIR}/sim/Pty.cpp ${CMAKE_SOURCE_DIR}/sim/SerialOut.cpp)
+add_library(brennock_simserial STATIC ${CMAKE_SOURCE_DIR}/sim/Pty.cpp ${CMAKE_SOURCE_DIR}/sim/SerialOut.cpp
+  ${CMAKE_SOURCE_DIR}/sim/LineFaults.cpp)
 target_link_libraries(brennock_simserial PUBLIC brennock_simconsole)
 
 # The sensor microcontroller: packets and scenario pieces in a library its

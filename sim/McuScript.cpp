@@ -160,6 +160,15 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
     const std::string& verb = w[0];
     uint32_t v = 0;
 
+    switch (sim::LineFaults::Parse(w, &command->fault, error)) {
+    case sim::LineFaults::Parsed::kYes:
+        command->kind = Command::kFault;
+        return true;
+    case sim::LineFaults::Parsed::kBad:
+        return false;
+    case sim::LineFaults::Parsed::kNo:
+        break;
+    }
     if (verb == "mark") {
         command->kind = Command::kMark;
         command->text = sim::TextAfterVerb(line);
@@ -262,10 +271,14 @@ Bytes StreamPacket(const std::string& kind, uint32_t tick, uint32_t index)
 
 const char* CommandHelp()
 {
-    return "commands: digito left|right down|up [DELTA] | capsit left|right down|up | pegs LEFT RIGHT | "
+    // Faults: noise, drop and dup act on the packets sent with "send" in the
+    // log (not on burst or latency streams); "split" is a stall mid-packet.
+    static const std::string help = std::string("commands: digito left|right down|up [DELTA] | capsit left|right down|up | pegs LEFT RIGHT | "
            "go | note01 | error overflow|vcore|5v|3v|HEX | packet CLASS CODE [DATA...] "
            "(each may end in: at TICK) | raw HEX... | split BYTES MS PACKET-COMMAND | ticks N | "
-           "rollover | reset | burst N [KIND] | latency N [KIND] | wait MS | mark TEXT | state | quit";
+           "rollover | reset | burst N [KIND] | latency N [KIND] | wait MS | mark TEXT | state | quit | faults: ") +
+        sim::LineFaults::Help();
+    return help.c_str();
 }
 
 }  // namespace sim::mcu

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "sim/LineFaults.h"
 #include "sim/McuPacket.h"
 
 namespace sim::mcu {
@@ -40,6 +41,7 @@ struct Command
         kReset,     // restart as after a reset pulse
         kBurst,
         kLatency,
+        kFault,     // a line fault (sim/LineFaults.h)
         kState,
         kHelp,
         kQuit,
@@ -49,6 +51,7 @@ struct Command
     unsigned splitAt = 0;     // kSplit: bytes in the first write
     unsigned number = 0;      // wait ms, pause ms (kSplit), ticks, burst/latency count
     std::string text;         // mark text, burst/latency kind
+    sim::LineFaultCommand fault;
 };
 
 // Parses one line. False (with the reason) for a line that is not a command.

@@ -36,6 +36,15 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
     const size_t n = w.size();
     Command& c = *command;
 
+    switch (sim::LineFaults::Parse(w, &c.fault, error)) {
+    case sim::LineFaults::Parsed::kYes:
+        c.kind = Command::kFault;
+        return true;
+    case sim::LineFaults::Parsed::kBad:
+        return false;
+    case sim::LineFaults::Parsed::kNo:
+        break;
+    }
     if (verb == "mark") {
         c.kind = Command::kMark;
         c.text = sim::TextAfterVerb(line);
@@ -104,12 +113,13 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         c.kind = Command::kStall;
         return true;
     }
-    if (verb == "stop") {
+    if (verb == "stop" || verb == "vanish") {
         if (n != 2 || !Number(w[1], watchsim::kBlockBytes - 1, &c.number)) {
-            *error = "stop BYTES (0..4095 of the next block, then nothing more)";
+            *error = verb + (verb == "stop" ? " BYTES (0..4095 of the next block, then nothing more)"
+                                            : " BYTES (0..4095 of the next block, then out of the cradle)");
             return false;
         }
-        c.kind = Command::kStop;
+        c.kind = verb == "stop" ? Command::kStop : Command::kVanish;
         return true;
     }
     if (verb == "lie" || verb == "logaddr") {
@@ -143,9 +153,12 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
 
 const char* CommandHelp()
 {
-    return "commands: seat | remove | silent [on|off] | garble [address|short] | echo N [CHAR|0xNN] | "
-           "stall BYTES MS | stop BYTES | lie ADDRESS | logaddr ADDRESS | rate paced|fast | "
-           "stats [reset] | wait MS | mark TEXT | state | quit";
+    static const std::string help =
+        std::string("commands: seat | remove | silent [on|off] | garble [address|short] | echo N [CHAR|0xNN] | "
+                    "stall BYTES MS | stop BYTES | vanish BYTES | lie ADDRESS | logaddr ADDRESS | rate paced|fast | "
+                    "stats [reset] | wait MS | mark TEXT | state | quit | faults (drop, dup: data blocks): ") +
+        sim::LineFaults::Help();
+    return help.c_str();
 }
 
 }  // namespace sim::watch

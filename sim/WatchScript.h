@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "sim/LineFaults.h"
 #include "sim/WatchProtocol.h"
 
 namespace sim::watch {
@@ -23,6 +24,8 @@ struct Command
         kEcho,     // number: the character of the next command echoed wrong; echo: the byte sent instead
         kStall,    // number: bytes of the next block before a pause of number2 ms
         kStop,     // number: bytes of the next block before it stops for good
+        kVanish,   // number: bytes of the next block before the watch leaves the cradle
+        kFault,    // a line fault (sim/LineFaults.h); drop and dup act on data blocks
         kLie,      // number: the log address reported from now on; the memory stays
         kLogAddr,  // number: the recording's length and the log address reported
         kRate,     // flag: paced (true) or fast
@@ -40,6 +43,7 @@ struct Command
     int echo = -1;  // kEcho: the byte echoed instead, -1 for the default (the right one + 1)
     Garble garble = Garble::kNone;
     std::string text;
+    sim::LineFaultCommand fault;
 };
 
 // Parses one line. False (with the reason) for a line that is not a command.

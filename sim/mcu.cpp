@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "sim/GpioBlock.h"
+#include "sim/LineFaults.h"
 #include "sim/McuPacket.h"
 #include "sim/McuScript.h"
 #include "sim/Pty.h"
@@ -77,6 +78,9 @@ private:
     void ReportLatency();
 
     void Execute(CommandSource& source, const std::string& line);
+    void Fault(const sim::LineFaultCommand& fault);
+    bool HungUp() const { return m_openAgainAt >= 0; }
+    void ServeHangup();
 
     sim::SimConsole m_console{"brennock-mcu", 768};
     sim::GpioBlockFile m_block;
@@ -104,6 +108,11 @@ private:
 
     // Output.
     sim::SerialOut m_out{sim::SerialOut::HandOver::kAtStart};
+
+    // Faults on the line: packets damaged on their way out, the far end's
+    // port closed until m_openAgainAt (-1: open).
+    sim::LineFaults m_faults;
+    double m_openAgainAt = -1;
 
     // Host bytes.
     Bytes m_rx;
@@ -246,10 +255,65 @@ void Mcu::CheckRollover()
     }
 }
 
+// Every packet the log shows as sent goes through the armed line faults: a
+// damaged one is followed by a "fault:" line with the bytes that went out.
 void Mcu::Send(const Bytes& bytes, const char* what)
 {
     m_console.Out("send %s: %s", what, sim::mcu::Hex(bytes).c_str());
-    Queue(bytes);
+    if (HungUp()) {
+        m_console.Out("fault: port closed, not sent");
+        return;
+    }
+    std::string note;
+    const std::string out = m_faults.Damage(std::string(bytes.begin(), bytes.end()), &note);
+    if (!note.empty())
+        m_console.Out("fault: %s; sent %s", note.c_str(),
+            sim::mcu::Hex(reinterpret_cast<const uint8_t*>(out.data()), out.size()).c_str());
+    m_out.Queue(out);
+}
+
+void Mcu::Fault(const sim::LineFaultCommand& fault)
+{
+    switch (fault.verb) {
+    case sim::LineFaultCommand::kNoise: {
+        const std::string noise = m_faults.Noise(fault.number);
+        m_console.Out("fault noise: %s",
+            sim::mcu::Hex(reinterpret_cast<const uint8_t*>(noise.data()), noise.size()).c_str());
+        if (!HungUp())
+            m_out.Queue(noise);
+        break;
+    }
+    case sim::LineFaultCommand::kHangup:
+        // The port closes under whatever was going out; what the host
+        // writes meanwhile is lost; the port opens again empty.
+        m_console.Out("fault hangup: port closed for %u ms, %zu bytes cut", fault.number, m_out.QueuedBytes());
+        m_out.Clear();
+        m_burst = false;
+        m_latency = false;
+        m_rx.clear();
+        m_openAgainAt = NowMs() + fault.number;
+        break;
+    default:
+        m_faults.Arm(fault);
+        break;
+    }
+}
+
+void Mcu::ServeHangup()
+{
+    if (!HungUp())
+        return;
+    uint8_t buffer[512];
+    ssize_t n;
+    size_t lost = 0;
+    while ((n = ::read(m_pty.Fd(), buffer, sizeof(buffer))) > 0)
+        lost += static_cast<size_t>(n);
+    if (lost > 0)
+        m_console.Out("fault hangup: %zu host bytes lost", lost);
+    if (NowMs() >= m_openAgainAt) {
+        m_openAgainAt = -1;
+        m_console.Out("fault hangup: port open again");
+    }
 }
 
 void Mcu::Queue(const Bytes& bytes, double pauseAfterMs, ChunkTag tag)
@@ -259,7 +323,7 @@ void Mcu::Queue(const Bytes& bytes, double pauseAfterMs, ChunkTag tag)
 
 bool Mcu::Idle() const
 {
-    return m_out.Idle() && !m_burst && !m_latency;
+    return m_out.Idle() && !m_burst && !m_latency && !HungUp();
 }
 
 void Mcu::Restart(const char* why)
@@ -529,9 +593,13 @@ void Mcu::Execute(CommandSource& source, const std::string& line)
         m_samplesUs.clear();
         m_probe = kProbeNext;
         break;
+    case sim::mcu::Command::kFault:
+        Fault(c.fault);
+        break;
     case sim::mcu::Command::kState:
-        m_console.Out("state ticks 0x%06X, noise %s, %s, %s", Ticks(), m_noiseOn ? "on" : "off",
-            m_inReset ? "in reset" : "running", m_lineSettings.c_str());
+        m_console.Out("state ticks 0x%06X, noise %s, %s, %s; faults: %s%s", Ticks(), m_noiseOn ? "on" : "off",
+            m_inReset ? "in reset" : "running", m_lineSettings.c_str(), m_faults.Describe().c_str(),
+            HungUp() ? ", port closed" : "");
         break;
     case sim::mcu::Command::kHelp:
         m_console.Out("%s", sim::mcu::CommandHelp());
@@ -549,7 +617,9 @@ int Mcu::Run()
     while (m_console.Running()) {
         DrainEdges();
         CheckLineSettings();
-        ReadHost();
+        ServeHangup();
+        if (!HungUp())
+            ReadHost();
         if (m_resetNoteAt >= 0 && NowMs() >= m_resetNoteAt) {
             m_resetNoteAt = -1;
             Send(sim::mcu::Reset(Ticks(), m_info), "reset note");

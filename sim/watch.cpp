@@ -32,6 +32,7 @@
 #include <unistd.h>
 
 #include "sim/GpioBlock.h"
+#include "sim/LineFaults.h"
 #include "sim/Pty.h"
 #include "sim/SerialOut.h"
 #include "sim/SimConsole.h"
@@ -128,6 +129,8 @@ private:
     double GapMs() const;
 
     void Execute(CommandSource& source, const std::string& line);
+    void Fault(const sim::LineFaultCommand& fault);
+    bool HungUp() const { return m_openAgainAt >= 0; }
     void ShowState();
     void ShowStats(bool reset);
 
@@ -162,7 +165,10 @@ private:
     int m_echoArmedByte = -1;
     uint32_t m_echoAt = 0;        // the same, for the command being taken
     int m_echoByte = -1;
-    enum class BlockFault { kNone, kStall, kStop } m_blockFault = BlockFault::kNone;
+    enum class BlockFault { kNone, kStall, kStop, kVanish } m_blockFault = BlockFault::kNone;
+    bool m_vanishing = false;     // the block going out is the last before the watch leaves
+    sim::LineFaults m_faults;     // noise, drop, dup
+    double m_openAgainAt = -1;    // hangup: the port is closed until then
     uint32_t m_faultBytes = 0;
     uint32_t m_stallMs = 0;
 
@@ -410,7 +416,8 @@ void Watch::ServeInput()
         m_in.pop_front();
         m_lastActivityMs = NowMs();
         const bool busy = m_state == State::kWaitUp || m_state == State::kSending || m_state == State::kWaitBack;
-        const char* skip = !Reachable()                                   ? "no watch in the cradle"
+        const char* skip = HungUp()                                       ? "port closed"
+                           : !Reachable()                                 ? "no watch in the cradle"
                            : m_silent                                     ? "silent"
                            : busy                                         ? "busy with a block"
                            : (m_state == State::kIdle && !m_awake && b != '\r') ? "asleep"
@@ -519,6 +526,10 @@ void Watch::QueueBlock(const char* note)
 {
     std::string block(watchsim::kBlockBytes, '\0');
     watchsim::ReadBlock(m_recorded, m_blockAddress, reinterpret_cast<uint8_t*>(block.data()));
+    std::string damage;
+    block = m_faults.Damage(block, &damage);
+    if (!damage.empty())
+        m_console.Out("fault: block 0x%04X %s, %zu bytes", m_blockAddress, damage.c_str(), block.size());
     const uint32_t first = (m_blockAddress * watchsim::kUnitBytes) % watchsim::kMemoryBytes;
     m_console.Out("send block 0x%04X: bytes 0x%06X to 0x%06X at %d baud%s", m_blockAddress, first,
         (first + watchsim::kBlockBytes - 1) % watchsim::kMemoryBytes, m_baud, note);
@@ -533,7 +544,10 @@ void Watch::QueueBlock(const char* note)
         Queue(block.substr(m_faultBytes), kBlockEnd);
         break;
     case BlockFault::kStop:
-        m_console.Out("watch: this block stops after %u bytes", m_faultBytes);
+    case BlockFault::kVanish:
+        m_vanishing = (m_blockFault == BlockFault::kVanish);
+        m_console.Out("watch: this block stops after %u bytes%s", m_faultBytes,
+            m_vanishing ? "; then the watch leaves the cradle" : "");
         m_blockSize = m_faultBytes;
         Queue(block.substr(0, m_faultBytes), kBlockStopped);
         break;
@@ -618,6 +632,12 @@ void Watch::ChunkDone(const sim::SerialOut::Chunk& chunk)
     } else if (chunk.tag == kBlockStopped) {
         m_console.Out("watch: block 0x%04X stopped after %zu bytes; no prompt", m_blockAddress, m_blockWritten);
         m_state = State::kIdle;
+        if (m_vanishing) {
+            m_vanishing = false;
+            LoseWatch("watch vanished");
+            m_seated = false;
+            UpdatePresence();
+        }
     }
 }
 
@@ -654,6 +674,27 @@ void Watch::ShowStats(bool reset)
         m_hostBytes = m_watchBytes = 0;
         m_wireMs = 0;
         m_statsSinceMs = now;
+    }
+}
+
+void Watch::Fault(const sim::LineFaultCommand& fault)
+{
+    if (fault.verb == sim::LineFaultCommand::kNoise) {
+        const std::string noise = m_faults.Noise(fault.number);
+        m_console.Out("fault noise: %s", w::Escaped(noise).c_str());
+        if (!HungUp())
+            Queue(noise);
+    } else if (fault.verb == sim::LineFaultCommand::kHangup) {
+        // The watch's port closes under whatever it was doing and opens
+        // again asleep; what the host writes meanwhile is lost.
+        m_console.Out("fault hangup: port closed for %u ms", fault.number);
+        const double seen = m_carrierSeenMs;  // the cradle's lines do not go through the port
+        LoseWatch("port closed");
+        m_carrierSeenMs = seen;
+        m_in.clear();
+        m_openAgainAt = NowMs() + fault.number;
+    } else {
+        m_faults.Arm(fault);
     }
 }
 
@@ -694,9 +735,15 @@ void Watch::Execute(CommandSource& source, const std::string& line)
         m_echoArmedAt = c.number;
         m_echoArmedByte = c.echo;
         break;
+    case w::Command::kFault:
+        Fault(c.fault);
+        break;
     case w::Command::kStall:
     case w::Command::kStop:
-        m_blockFault = (c.kind == w::Command::kStall) ? BlockFault::kStall : BlockFault::kStop;
+    case w::Command::kVanish:
+        m_blockFault = (c.kind == w::Command::kStall)  ? BlockFault::kStall
+                       : (c.kind == w::Command::kStop) ? BlockFault::kStop
+                                                       : BlockFault::kVanish;
         m_faultBytes = c.number;
         m_stallMs = c.number2;
         break;
@@ -737,6 +784,10 @@ int Watch::Run()
         DrainEdges();
         UpdatePresence();
         CheckLine();
+        if (HungUp() && NowMs() >= m_openAgainAt) {
+            m_openAgainAt = -1;
+            m_console.Out("fault hangup: port open again");
+        }
         ReadHost();
         ServeInput();
         ServeOutput();
