@@ -105,6 +105,7 @@ private:
     std::string Packet(long number) const;
     void McuRound(Row* row, unsigned round);
     void WatchRound(Row* row, unsigned round);
+    void WaitWatchIdle();
     void Print() const;
 
     DebugCapture m_capture;
@@ -331,6 +332,7 @@ void FaultRun::WatchRound(Row* row, unsigned round)
         fault = "stall " + std::to_string(at) + " " + std::to_string(round % 2 ? 1500 : 2500);
     else if (kind == "watch vanish")
         fault = "vanish " + std::to_string(at);
+    WaitWatchIdle();
     m_watch.Sync();
     if (!fault.empty())
         m_watch.Send(fault);
@@ -396,6 +398,19 @@ void FaultRun::WatchRound(Row* row, unsigned round)
             ++row->hangs;
             ++m_hangs;
         }
+    }
+}
+
+// A block the control gave up on still goes out, and the watch waits for
+// the line speed to come back: the next round starts once it is idle.
+void FaultRun::WaitWatchIdle()
+{
+    for (int i = 0; i < 60; ++i) {
+        std::string text;
+        m_watch.Send("state");
+        if (m_watch.Wait("state ", &text, 10000) && text.find(", idle") != std::string::npos)
+            return;
+        Pump([] { return false; }, 500);
     }
 }
 
