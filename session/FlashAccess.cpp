@@ -1,6 +1,7 @@
 #include "session/FlashAccess.h"
 
 #include <cstring>
+#include <string>
 
 #include "diag/Assert.h"
 #include "diag/DebugOut.h"
@@ -71,9 +72,14 @@ bool CFileBlockStore::ReadBlock(BYTE* block)
     return ok != FALSE;
 }
 
+// The new image goes to a file beside the old one and then takes its name,
+// so a process killed in the middle leaves the old block or the new one,
+// never a block cut short (which would read as erased flash past the cut).
 bool CFileBlockStore::WriteBlock(const BYTE* block)
 {
-    HANDLE file = CreateFileW(m_path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+    std::wstring next(m_path);
+    next += L".new";
+    HANDLE file = CreateFileW(next.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                               FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return false;
@@ -81,7 +87,12 @@ bool CFileBlockStore::WriteBlock(const BYTE* block)
     const BOOL ok = WriteFile(file, block, kConfigBlockBytes, &written, nullptr) &&
                     FlushFileBuffers(file);
     CloseHandle(file);
-    return ok && written == kConfigBlockBytes;
+    if (!ok || written != kConfigBlockBytes ||
+        !MoveFileExW(next.c_str(), m_path, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+        DeleteFileW(next.c_str());
+        return false;
+    }
+    return true;
 }
 
 // ---------------------------------------------------------------------------
