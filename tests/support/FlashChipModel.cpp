@@ -34,6 +34,14 @@ void FlashChipModel::Inject(Op op, int half, WORD bits)
     m_chips[half].injectBits = bits;
 }
 
+// An operation begins: the chip answers busy for a while, then ready.
+void FlashChipModel::StartOp(Chip& chip)
+{
+    chip.mode = Mode::ReadStatus;
+    chip.busy = kBusyReads;
+    chip.status = 0x80;
+}
+
 bool FlashChipModel::TakeInjection(Chip& chip, Op op)
 {
     if (chip.injectBits == 0 || chip.injectOp != op)
@@ -43,10 +51,7 @@ bool FlashChipModel::TakeInjection(Chip& chip, Op op)
     return true;
 }
 
-void FlashChipModel::Stick(DWORD wordIndex, DWORD value)
-{
-    m_stuck.emplace_back(wordIndex, value);
-}
+void FlashChipModel::Stick(DWORD wordIndex, DWORD value) { m_stuck.emplace_back(wordIndex, value); }
 
 void FlashChipModel::Load(const std::string& block)
 {
@@ -64,10 +69,7 @@ std::string FlashChipModel::Block() const
     return bytes;
 }
 
-bool FlashChipModel::InReadArray() const
-{
-    return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray;
-}
+bool FlashChipModel::InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
 
 DWORD FlashChipModel::Read(DWORD wordIndex)
 {
@@ -79,27 +81,15 @@ DWORD FlashChipModel::Read(DWORD wordIndex)
     DWORD value = 0;
     for (int half = 0; half < 2; ++half) {
         Chip& chip = m_chips[half];
-        WORD answer = 0;
-        switch (chip.mode) {
-        case Mode::ReadArray:
+        WORD answer = chip.status;
+        if (chip.mode == Mode::ReadArray)
             answer = Half(array[wordIndex], half);
-            break;
-        case Mode::ReadStatus:
-            if (chip.busy > 0) {
-                --chip.busy;
-                answer = chip.status & ~0x80;
-            } else {
-                answer = chip.status;
-            }
-            break;
-        case Mode::ReadId:
-            answer = wordIndex == 0 ? m_ids[0] : wordIndex == 1 ? m_ids[1] : 0;
-            break;
-        default:
+        else if (chip.mode == Mode::ReadStatus && chip.busy > 0 && chip.busy--)
+            answer = chip.status & ~0x80;
+        else if (chip.mode == Mode::ReadId)
+            answer = wordIndex < 2 ? m_ids[wordIndex] : 0;
+        else if (chip.mode != Mode::ReadStatus)
             Fault("read in the middle of a command", wordIndex);
-            answer = chip.status;
-            break;
-        }
         SetHalf(value, half, answer);
     }
     return value;
@@ -119,9 +109,7 @@ void FlashChipModel::Write(DWORD wordIndex, DWORD value)
         bool any = false;
         for (int half = 0; half < 2; ++half) {
             Chip& chip = m_chips[half];
-            chip.mode = Mode::ReadStatus;
-            chip.busy = busyReads;
-            chip.status = 0x80;
+            StartOp(chip);
             if (wordIndex != chip.setupWord)
                 Fault("program data at another word than its command", wordIndex);
             if (TakeInjection(chip, Op::Program))
@@ -159,9 +147,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
     case Mode::EraseSetup:
     case Mode::LockSetup: {
         const bool erase = chip.mode == Mode::EraseSetup;
-        chip.mode = Mode::ReadStatus;
-        chip.busy = busyReads;
-        chip.status = 0x80;
+        StartOp(chip);
         if (command != FlashCmd::kConfirm || wordIndex != chip.setupWord) {
             Fault(erase ? "bad erase confirm" : "bad lock-bit confirm", wordIndex);
             chip.status = 0x80 | 0x30;
