@@ -4,6 +4,7 @@
 // command and can fail any step.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -205,20 +206,19 @@ std::string ProvisionedBlock()
 // Block images compared by their first difference.
 testing::AssertionResult SameBlock(const std::string& actual, const std::string& expected)
 {
-    size_t at = 0;
-    while (at < actual.size() && at < expected.size() && actual[at] == expected[at])
-        ++at;
+    const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
     if (actual == expected)
         return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "sizes " << actual.size() << "/" << expected.size() << ", differ at " << at;
+    return testing::AssertionFailure() << "sizes " << actual.size() << "/" << expected.size() << ", differ at "
+                                       << (at.first - actual.begin());
 }
 
-class FlashTest : public ::testing::Test
+class FlashTest : public NVRAMTest
 {
 protected:
     void SetUp() override
     {
-        ProvisionDisk();
+        NVRAMTest::SetUp();
         model.Load(ProvisionedBlock());
         FlashStoreInstall(&flash);
         ASSERT_TRUE(nv.Open());
@@ -243,11 +243,8 @@ protected:
                             kNVRAMImageBytes);
     }
 
-    TestClock clock;
     FlashChipModel model{0x0089, 0x0018, 0x20000};
     CFlashProgrammer flash{&model};
-    CNVRAMBoard nv;
-    DebugCapture capture;
 };
 
 TEST_F(FlashTest, EachPartIsErasedInItsOwnStepsAndReprogrammed)

@@ -110,7 +110,8 @@ protected:
             control->Close();
         }
     }
-    // The events fired with this id, each one's arguments in declaration order.
+    // The events fired with this id, each one's arguments in declaration order
+    // (a sink receives them last first).
     Fired Events(DISPID id) const
     {
         Fired fired;
@@ -141,7 +142,6 @@ protected:
         capture.Clear();
     }
     void Record(const std::string& packet) { manager->RecordHC08Packet(reinterpret_cast<const BYTE*>(packet.data())); }
-    // The finger-tapping gate of the control's link.
     bool Gate() { return AsControl(control.Get())->GetHC08()->DigitoGate(); }
 
     ComApartment com;
