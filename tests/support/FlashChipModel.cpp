@@ -1,6 +1,7 @@
 #include "tests/support/FlashChipModel.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstring>
 
 #include "session/FlashAccess.h"
 
@@ -23,9 +24,7 @@ void FlashChipModel::SetHalf(DWORD& word, int half, WORD value)
 
 void FlashChipModel::Fault(const std::string& text, DWORD wordIndex)
 {
-    char where[32];
-    snprintf(where, sizeof(where), " at word 0x%lx", static_cast<unsigned long>(wordIndex));
-    faults.push_back(text + where);
+    faults.push_back(text + " at word " + std::to_string(wordIndex));
 }
 
 void FlashChipModel::Inject(Op op, int half, WORD bits)
@@ -53,20 +52,15 @@ bool FlashChipModel::TakeInjection(Chip& chip, Op op)
 
 void FlashChipModel::Stick(DWORD wordIndex, DWORD value) { m_stuck.emplace_back(wordIndex, value); }
 
+// The words are little-endian, as the processor and this host see them.
 void FlashChipModel::Load(const std::string& block)
 {
-    for (size_t i = 0; i + 3 < block.size() && i / 4 < kWords; i += 4)
-        array[i / 4] = static_cast<BYTE>(block[i]) | (static_cast<BYTE>(block[i + 1]) << 8) |
-                       (static_cast<BYTE>(block[i + 2]) << 16) | (static_cast<DWORD>(static_cast<BYTE>(block[i + 3])) << 24);
+    memcpy(array.data(), block.data(), std::min<size_t>(block.size(), kWords * 4) & ~size_t{3});
 }
 
 std::string FlashChipModel::Block() const
 {
-    std::string bytes;
-    for (DWORD i = 0; i < kConfigBlockWords; ++i)
-        for (int b = 0; b < 4; ++b)
-            bytes += static_cast<char>(array[i] >> (8 * b));
-    return bytes;
+    return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4);
 }
 
 bool FlashChipModel::InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
