@@ -192,26 +192,6 @@ TEST_F(SessionEndTest, AFileThatCannotBeDeletedIsReportedAndTheRestGo)
     CloseHandle(held);
 }
 
-// Run by the packaging script on a device disk that is a small file system of
-// its own (BRENNOCK_FULL_DISK=1): the session's files fit, their archive not.
-TEST_F(SessionEndTest, AFullDiskDuringCompressionEndsWith102)
-{
-    if (_wgetenv(L"BRENNOCK_FULL_DISK") == nullptr)
-        GTEST_SKIP() << "needs a small device disk (tests/scripts/package_test.sh)";
-    OpenAndStart();
-    std::string noise(3 << 20, '\0');
-    unsigned x = 12345;
-    for (char& c : noise)
-        c = static_cast<char>((x = x * 1103515245u + 12345u) >> 24);
-    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", noise));
-    DebugCapture debug;
-    EXPECT_EQ(EndSession(E_FAIL), 102);
-    EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
-    EXPECT_EQ(FilesIn(kData), Names{});
-    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
-    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip.tmp"), INVALID_FILE_ATTRIBUTES);
-}
-
 const wchar_t kPlain[] = L"\\Hard Disk\\plain.bin";
 const wchar_t kPackage[] = L"\\Hard Disk\\plain.ezip";
 // A device key of 1024 bits and a server key of 3072 bits.

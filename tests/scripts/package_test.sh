@@ -10,7 +10,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 host=${1:?native build directory}
 program=${2:?the packaging test program}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-package.XXXXXX")
-trap 'umount -l "$work/small" 2>/dev/null; rm -rf "$work"' EXIT
+trap 'rm -rf "$work"' EXIT
 failures=0
 check() {  # check DESCRIPTION COMMAND...
   local what=$1; shift
@@ -36,18 +36,5 @@ check "nothing else is in the package" test "$(ls "$work/opened" | wc -l)" -eq 2
 
 # The packages of several sizes, signed and encrypted as OpenSSL alone reads them.
 python3 "$root/tests/scripts/package_check.py" "$key" "$out" || failures=$((failures + 1))
-
-# A full disk while the session is compressed: the device disk is a small
-# file system of its own (it needs root to mount one; without, say so).
-if mkdir -p "$work/small" && mount -t tmpfs -o size=6m tmpfs "$work/small" 2>/dev/null; then
-  mkdir -p "$work/small/Hard Disk"
-  BRENNOCK_STUDY="$study" BRENNOCK_FULL_DISK=1 "$root/scripts/simrun" --no-build --disk "$work/small" \
-    -- "$program" --gtest_filter='*FullDisk*' >"$work/full.log" 2>&1
-  rc=$?
-  umount -l "$work/small"
-  check "a full disk during compression ends the session with 102" test $rc -eq 0 || cat "$work/full.log"
-else
-  echo "skip a full disk during compression (mounting a small file system needs root)"
-fi
 
 exit $failures
