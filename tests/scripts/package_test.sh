@@ -2,14 +2,15 @@
 # Session packaging end to end: a study is provisioned with the study's tools,
 # the packaging tests run the control on a disk with the study's key block
 # and the compression library, and what they packed is then opened by
-# `ezip` and checked with the OpenSSL command line alone.
+# `ezip` and checked with the OpenSSL command line alone. (Which flips and
+# which devices a reader refuses is ezip's own test.)
 #   package_test.sh HOST_BIN_DIR TEST_PACKAGE_EXE
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 host=${1:?native build directory}
 program=${2:?the packaging test program}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-package.XXXXXX")
-trap 'umount -l "$work/small" 2>/dev/null; rm -rf "$work"' EXIT
+trap 'rm -rf "$work"' EXIT
 failures=0
 check() {  # check DESCRIPTION COMMAND...
   local what=$1; shift
@@ -33,41 +34,7 @@ check "the .motr comes back byte for byte" cmp -s "$out/session.motr" "${motr:-/
 check "Manifest.txt comes back byte for byte" cmp -s "$out/session-Manifest.txt" "$work/opened/Manifest.txt"
 check "nothing else is in the package" test "$(ls "$work/opened" | wc -l)" -eq 2
 
-# The same with nothing but OpenSSL.
+# The packages of several sizes, signed and encrypted as OpenSSL alone reads them.
 python3 "$root/tests/scripts/package_check.py" "$key" "$out" || failures=$((failures + 1))
-
-# Every single-bit flip of a small real package is refused.
-small="$out/plain-0.ezip"
-bits=$(( $(stat -c %s "$small") * 8 ))
-accepted=$(python3 - "$small" "$work/flips" <<'PY'
-import os, sys
-data = open(sys.argv[1], "rb").read()
-os.makedirs(sys.argv[2])
-for bit in range(len(data) * 8):
-    flipped = bytearray(data)
-    flipped[bit // 8] ^= 1 << (bit % 8)
-    open(os.path.join(sys.argv[2], "%05d.ezip" % bit), "wb").write(flipped)
-PY
-ls "$work/flips" | xargs -P 2 -I{} sh -c '"$1" verify "$2/{}" --key "$3" >/dev/null 2>&1 && echo {}' _ \
-  "$host/ezip" "$work/flips" "$key")
-check "all $bits single-bit flips of a real package are refused" test -z "$accepted"
-
-# A package from a device the study never provisioned is refused.
-"$host/provision" study "$work/other" >/dev/null
-check "a package signed by a device of another study is refused" \
-  sh -c '! "$1" verify "$2" --key "$3" --study "$4" >/dev/null 2>&1' _ "$host/ezip" "$small" "$key" "$work/other"
-
-# A full disk while the session is compressed: the device disk is a small
-# file system of its own (it needs root to mount one; without, say so).
-if mkdir -p "$work/small" && mount -t tmpfs -o size=6m tmpfs "$work/small" 2>/dev/null; then
-  mkdir -p "$work/small/Hard Disk"
-  BRENNOCK_STUDY="$study" BRENNOCK_FULL_DISK=1 "$root/scripts/simrun" --no-build --disk "$work/small" \
-    -- "$program" --gtest_filter='*FullDisk*' >"$work/full.log" 2>&1
-  rc=$?
-  umount -l "$work/small"
-  check "a full disk during compression ends the session with 102" test $rc -eq 0 || cat "$work/full.log"
-else
-  echo "skip a full disk during compression (mounting a small file system needs root)"
-fi
 
 exit $failures

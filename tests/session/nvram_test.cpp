@@ -1,16 +1,21 @@
-// The NVRAM object over the desktop's flash block file: loading with its
-// fallbacks, the script's keys, and committing.
+// The NVRAM object over the desktop's flash block file (loading with its
+// fallbacks, the script's keys, committing), and the rewriting of the block
+// in flash, against a model of the two side-by-side chips that checks every
+// command and can fail any step.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "session/FlashAccess.h"
+#include "session/FlashProgrammer.h"
 #include "session/NVRAMBoard.h"
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
 #include "tests/support/DeviceDisk.h"
+#include "tests/support/FlashChipModel.h"
 #include "tests/support/TestClock.h"
 
 namespace {
@@ -36,34 +41,25 @@ protected:
 
     TestClock clock;
     DebugCapture capture;
+    CNVRAMBoard nv;
 };
 
 TEST_F(NVRAMTest, BadFlashImagesFallBackWithoutWritingFlash)
 {
-    const std::string good = NVRAMImage(4242, TimeCount(L"Mon 02 Feb 2004 09:30:00"), 7, kBlob);
     const std::string sim = NVRAMImage(777, 0, 0, kBlob, 9, "JUNK");  // taken as it is
-    struct Case
-    {
-        const char* what;
-        std::string flash;   // empty: no block file (erased flash)
-        std::string simFile; // empty: none
-        Lines lines;
-        DWORD deviceId;
-    };
+    const std::wstring corrupted = L"ERROR: Corrupted/uninitialized on-board NVRAM\r\n";
+    struct Case { const char* what; std::string flash, simFile; Lines lines; DWORD deviceId; };
     const Case cases[] = {
-        {"a good image", ConfigBlock(good), "", {}, 4242},
+        {"a good image", ConfigBlock(NVRAMImage(4242, 0, 7, kBlob)), "", {}, 4242},
         {"erased flash, no simulation file", "", "",
-         {L"Bad eboot config magic number\r\n", L"ERROR: Corrupted/uninitialized on-board NVRAM\r\n",
-          L"LoadSimNVRAM: file doesn't exist - using defaults.\r\n"},
+         {L"Bad eboot config magic number\r\n", corrupted, L"LoadSimNVRAM: file doesn't exist - using defaults.\r\n"},
          65535},
         {"version 1, short simulation file", ConfigBlock(NVRAMImage(4242, 0, 0, kBlob, 1)), sim.substr(0, 34),
-         {L"ERROR: Unknown on-board NVRAM format version number\r\n",
-          L"LoadSimNVRAM: short read - using defaults.\r\n"},
+         {L"ERROR: Unknown on-board NVRAM format version number\r\n", L"LoadSimNVRAM: short read - using defaults.\r\n"},
          65535},
         {"version 3, simulation file", ConfigBlock(NVRAMImage(4242, 0, 0, kBlob, 3)), sim,
          {L"on-board NVRAM version ahead of our code.  Erasing.\r\n"}, 777},
-        {"no magic, simulation file", ConfigBlock(NVRAMImage(4242, 0, 0, kBlob, 2, "QVMX")), sim,
-         {L"ERROR: Corrupted/uninitialized on-board NVRAM\r\n"}, 777},
+        {"no magic, simulation file", ConfigBlock(NVRAMImage(4242, 0, 0, kBlob, 2, "QVMX")), sim, {corrupted}, 777},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -73,11 +69,9 @@ TEST_F(NVRAMTest, BadFlashImagesFallBackWithoutWritingFlash)
         if (!c.simFile.empty())
             WriteDiskFile(kSimNVRAMFile, c.simFile);
         capture.Clear();
-        CNVRAMBoard nv;
         ASSERT_TRUE(nv.Open());
         EXPECT_EQ(capture.Lines(), c.lines);
         EXPECT_EQ(nv.ReadDeviceID(), c.deviceId);
-        EXPECT_FALSE(nv.IsDirty());
         EXPECT_TRUE(nv.Commit());
         nv.Close();
         EXPECT_EQ(FlashFile(), c.flash);  // untouched: nothing changed
@@ -86,7 +80,6 @@ TEST_F(NVRAMTest, BadFlashImagesFallBackWithoutWritingFlash)
 
 TEST_F(NVRAMTest, DefaultsAndTheScriptsKeys)
 {
-    CNVRAMBoard nv;
     ASSERT_TRUE(nv.Open());
     capture.Clear();
     EXPECT_EQ(Read(nv, L"deviceid"), L"0000065535");
@@ -96,7 +89,7 @@ TEST_F(NVRAMTest, DefaultsAndTheScriptsKeys)
     EXPECT_EQ(Read(nv, L"Unknown"), L"<default>");
     EXPECT_TRUE(capture.Lines().empty());
 
-    // A key blob of 00 0A FF ... shows each byte without leading zeros.
+    // Each byte of the blob without leading zeros.
     ASSERT_TRUE(nv.SetKeyBlob(reinterpret_cast<const BYTE*>(kBlob.data()), 16));
     EXPECT_EQ(Read(nv, L"anonymousname"), L"0aff104142434445464748494a4b4c");
     EXPECT_FALSE(nv.SetKeyBlob(reinterpret_cast<const BYTE*>(kBlob.data()), 15));
@@ -111,36 +104,30 @@ TEST_F(NVRAMTest, DefaultsAndTheScriptsKeys)
     // Only the picture index can be written; negative values pass with a warning.
     EXPECT_TRUE(nv.NVParameterWrite(L"nextpictureindex", L"-3"));
     EXPECT_EQ(Read(nv, L"NextPictureIndex"), L"-3");
-    EXPECT_FALSE(nv.NVParameterWrite(L"NextPictureIndex", L"abc"));
-    EXPECT_FALSE(nv.NVParameterWrite(L"DeviceID", L"1"));
-    EXPECT_FALSE(nv.NVParameterWrite(L"PrevSessionDateTime", L"x"));
-    EXPECT_FALSE(nv.NVParameterWrite(L"AnonymousName", L"x"));
-    EXPECT_FALSE(nv.NVParameterWrite(L"Colour", L"x"));
+    EXPECT_EQ(nv.ReadNextPictureIndex(), -3);
+    for (const wchar_t* key : {L"NextPictureIndex", L"DeviceID", L"PrevSessionDateTime", L"AnonymousName", L"Colour"})
+        EXPECT_FALSE(nv.NVParameterWrite(key, L"abc")) << key;
+    nv.Close();
+    EXPECT_EQ(nv.NVParameterRead(L"DEVICEID", L"x"), nullptr);
+    EXPECT_FALSE(nv.NVParameterWrite(L"NextPictureIndex", L"1"));
     EXPECT_EQ(capture.Lines(), (Lines{L"Warning: NVparameterRead: NextPictureIndex < 0\r\n",
                                       L"Warning: NVparameterRead: NextPictureIndex < 0\r\n",
                                       L"ERROR: NVParameterWrite: bad NextPictureIndex.\r\n",
                                       L"ERROR: NVParameterWrite: attempt to write DeviceID.\r\n",
                                       L"ERROR: NVParameterWrite: attempt to write PrevSessionDateTime.\r\n",
                                       L"ERROR: NVParameterWrite: attempt to write AnonymousName.\r\n",
-                                      L"ERROR: NVParameterWrite: Unknown Key name.\r\n"}));
-    EXPECT_EQ(nv.ReadNextPictureIndex(), -3);
-
-    capture.Clear();
-    nv.Close();
-    EXPECT_EQ(nv.NVParameterRead(L"DEVICEID", L"x"), nullptr);
-    EXPECT_FALSE(nv.NVParameterWrite(L"NextPictureIndex", L"1"));
-    EXPECT_EQ(capture.Lines(), (Lines{L"NVParameterRead: not open\r\n", L"NVParameterWrite: not open\r\n"}));
+                                      L"ERROR: NVParameterWrite: Unknown Key name.\r\n",
+                                      L"NVParameterRead: not open\r\n", L"NVParameterWrite: not open\r\n"}));
 }
 
 TEST_F(NVRAMTest, GarbledPreviousSessionReadsAsTheDefault)
 {
     WriteDiskFile(kFlashBlockFile, ConfigBlock(NVRAMImage(1, 0xFFFFFFFFFFFFFFFFULL, 0, kBlob)));
-    CNVRAMBoard nv;
     ASSERT_TRUE(nv.Open());
     EXPECT_EQ(Read(nv, L"PrevSessionDateTime"), L"<default>");
-    SYSTEMTIME st = ParseTime(L"Sun 01 Feb 2004 00:00:00"), before = st;
+    SYSTEMTIME st = ParseTime(L"Sun 01 Feb 2004 00:00:00");
     EXPECT_FALSE(nv.NVReadPrevSessionDateTime(&st));
-    EXPECT_EQ(TimeText(st), TimeText(before));
+    EXPECT_EQ(TimeText(st), L"Sun 01 Feb 2004 00:00:00");
     EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: NVParameterRead: NVRAM corrupted: garbled PrevSessionDateTime.\r\n",
                                       L"NVReadPrevSessionDateTime: FileTimeToSystemTime failed.\r\n"}));
 }
@@ -152,21 +139,15 @@ TEST_F(NVRAMTest, CommitWritesTheImageIntoTheBlockOnceAndKeepsTheRest)
     block.replace(kKeyTagOffset, 4, "ZOLW");
     block.replace(100, 8, "bootcfg!");
     WriteDiskFile(kFlashBlockFile, block);
-
-    CNVRAMBoard nv;
     ASSERT_TRUE(nv.Open());
     const SYSTEMTIME when = ParseTime(L"Tue 03 Feb 2004 10:15:00");
     ASSERT_TRUE(nv.NVWritePrevSessionDateTime(&when));
     nv.WriteNextPictureIndex(-2);
     ASSERT_TRUE(nv.Commit());
     EXPECT_FALSE(nv.IsDirty());
-
-    std::string expected = block;
-    const std::string image =
-        NVRAMImage(0x01020304, TimeCount(L"Tue 03 Feb 2004 10:15:00"), -2, kBlob);
-    expected.replace(kNVRAMAreaOffset, image.size(), image);
-    EXPECT_EQ(FlashFile(), expected);
-    // Byte for byte: big-endian ID, FILETIME high half first, index, blob.
+    const std::string image = NVRAMImage(0x01020304, TimeCount(L"Tue 03 Feb 2004 10:15:00"), -2, kBlob);
+    EXPECT_EQ(FlashFile(), block.replace(kNVRAMAreaOffset, image.size(), image));
+    // Byte for byte: magic, version, big-endian ID.
     EXPECT_EQ(FlashFile().substr(kNVRAMAreaOffset, 9), std::string("QVMR\x02\x01\x02\x03\x04", 9));
 
     // Nothing changed since: the block file is not rewritten.
@@ -179,13 +160,11 @@ TEST_F(NVRAMTest, CommitWritesTheImageIntoTheBlockOnceAndKeepsTheRest)
 TEST_F(NVRAMTest, AForeignImageIsNeverCommittedAndFailuresAreNotRetried)
 {
     WriteDiskFile(kSimNVRAMFile, NVRAMImage(9, 0, 0, kBlob, 2, "XXXX"));
-    CNVRAMBoard nv;
     ASSERT_TRUE(nv.Open());
     nv.WriteNextPictureIndex(1);
     capture.Clear();
     EXPECT_FALSE(nv.Commit());
     EXPECT_TRUE(nv.Commit());  // the failed image is not tried again
-    EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: Corrupted/uninitialized copy of NVRAM\r\n"}));
     EXPECT_FALSE(DiskFileExists(kFlashBlockFile));
 
     // A flash write that fails is reported once: here the block can be read
@@ -197,49 +176,176 @@ TEST_F(NVRAMTest, AForeignImageIsNeverCommittedAndFailuresAreNotRetried)
     nv.WriteNextPictureIndex(1);
     HANDLE holder = CreateFileW(kFlashBlockFile, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(holder, INVALID_HANDLE_VALUE);
-    capture.Clear();
     EXPECT_FALSE(nv.Commit());
     EXPECT_TRUE(nv.Commit());
     CloseHandle(holder);
-    EXPECT_EQ(capture.Lines(), (Lines{L"PutNVRAM failed.\r\n"}));
     EXPECT_EQ(FlashFile(), block);
 
     // Only a flash block that cannot be read fails Open.
     nv.Close();
     DeleteDiskFile(kFlashBlockFile);
     CreateDirectoryW(kFlashBlockFile, nullptr);
-    capture.Clear();
     EXPECT_FALSE(nv.Open());
-    EXPECT_EQ(capture.Lines(), (Lines{L"GetNVRAM failed.\r\n"}));
     RemoveDirectoryW(kFlashBlockFile);
+    EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: Corrupted/uninitialized copy of NVRAM\r\n", L"PutNVRAM failed.\r\n",
+                                      L"GetNVRAM failed.\r\n"}));
 }
 
-TEST_F(NVRAMTest, NVRAMAreaBoundsAndKeyBlobs)
+using Op = FlashChipModel::Op;
+const wchar_t kHalted[] = L"Unrecoverable failure encountered while erasing flash.  System halted!\r\n";
+
+// A provisioned block: the boot loader's words, the key region and an image.
+std::string ProvisionedBlock()
 {
-    BYTE bytes[16] = {};
-    EXPECT_FALSE(GetNVRAM(250, 10, bytes));  // past the 256-byte area
-    EXPECT_FALSE(GetNVRAM(-1, 1, bytes));
-    EXPECT_FALSE(PutNVRAM(0, 0, bytes));
-    EXPECT_TRUE(GetNVRAM(255, 1, bytes));
-    EXPECT_EQ(bytes[0], 0xFF);  // erased
-
-    std::string block = ConfigBlock("");
-    DWORD sizes[3] = {5, 1024, 200};
-    EXPECT_FALSE(GetFlashKeyBlobs(nullptr, &sizes[0], nullptr, nullptr, nullptr, nullptr));  // no tag
+    std::string block = ConfigBlock(NVRAMImage(31337, 0, 4, "0123456789abcdef"));
+    block.replace(0, 8, "EBOOTCFG");
     block.replace(kKeyTagOffset, 4, "ZOLW");
-    block.replace(kAuthorityPublicKeyOffset, 9, std::string("\x05\0\0\0" "AUTHK", 9));
-    block.replace(kDevicePrivateKeyOffset, 7, std::string("\x03\0\0\0" "DEV", 7));
-    block.replace(kServerPublicKeyOffset, 4, std::string("\xF0\x01\0\0", 4));  // 496: up to the block's end
-    WriteDiskFile(kFlashBlockFile, block);
+    return block;
+}
 
-    BYTE authority[8] = {}, device[2] = {}, server[1024] = {};
-    EXPECT_FALSE(GetFlashKeyBlobs(authority, nullptr, device, nullptr, server, nullptr));  // nothing asked
-    DWORD a = sizeof(authority), d = sizeof(device), s = sizeof(server);
-    EXPECT_TRUE(GetFlashKeyBlobs(authority, &a, device, &d, server, &s));
-    EXPECT_EQ((std::vector<DWORD>{a, d, s}), (std::vector<DWORD>{5, 3, 496}));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(authority), 5), "AUTHK");
-    EXPECT_EQ(device[0], 0);  // too small: not copied
-    EXPECT_EQ(server[0], 0xFF);
+// Block images compared by their first difference.
+testing::AssertionResult SameBlock(const std::string& actual, const std::string& expected)
+{
+    const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
+    if (actual == expected)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "sizes " << actual.size() << "/" << expected.size() << ", differ at "
+                                       << (at.first - actual.begin());
+}
+
+class FlashTest : public NVRAMTest
+{
+protected:
+    void SetUp() override
+    {
+        NVRAMTest::SetUp();
+        model.Load(ProvisionedBlock());
+        FlashStoreInstall(&flash);
+        ASSERT_TRUE(nv.Open());
+    }
+    void TearDown() override
+    {
+        nv.Close();
+        FlashStoreInstall(nullptr);
+        EXPECT_TRUE(model.faults.empty()) << testing::PrintToString(model.faults);
+    }
+    // A fresh pair of chips (and programmer) behind the NVRAM object.
+    void Use(FlashChipModel& chips, CFlashProgrammer& programmer)
+    {
+        chips.Load(ProvisionedBlock());
+        FlashStoreInstall(&programmer);
+        capture.Clear();
+    }
+    // The block as it must read after a commit of the current image onto base.
+    std::string Committed(std::string base)
+    {
+        return base.replace(kNVRAMAreaOffset, kNVRAMImageBytes, reinterpret_cast<const char*>(nv.Image()),
+                            kNVRAMImageBytes);
+    }
+
+    FlashChipModel model{0x0089, 0x0018, 0x20000};
+    CFlashProgrammer flash{&model};
+};
+
+TEST_F(FlashTest, EachPartIsErasedInItsOwnStepsAndReprogrammed)
+{
+    struct Part { WORD manufacturer, device; DWORD unitBytes; int geometryClass, erases; };
+    const Part parts[] = {{0x0089, 0x0018, 0x20000, 1, 1}, {0x0089, 0x881A, 0x10000, 2, 2},
+                          {0x0089, 0x88C5, 0x8000, 3, 4},  {0x0089, 0x88C3, 0x4000, 4, 8},
+                          {0x00B0, 0x1234, 0x4000, 0, 8}};  // unknown: the finest walk still works
+    for (const Part& p : parts) {
+        SCOPED_TRACE(p.device);
+        FlashChipModel chips(p.manufacturer, p.device, p.unitBytes);
+        CFlashProgrammer programmer(&chips);
+        Use(chips, programmer);
+        chips.array[0x7000] = 0x12345678;  // a stale word elsewhere in the erase block
+        nv.WriteNextPictureIndex(static_cast<short>(p.erases));
+        ASSERT_TRUE(nv.Commit());
+        EXPECT_EQ(programmer.GeometryClass(), p.geometryClass);
+        EXPECT_EQ((std::vector<int>{chips.erases, chips.lockClears, chips.programs}),
+                  (std::vector<int>{p.erases, p.erases, static_cast<int>(kConfigBlockWords)}));
+        EXPECT_TRUE(chips.InReadArray());
+        EXPECT_TRUE(SameBlock(chips.Block(), Committed(ProvisionedBlock())));
+        EXPECT_EQ(chips.array[0x7000], 0xFFFFFFFFu);
+        EXPECT_TRUE(chips.faults.empty()) << testing::PrintToString(chips.faults);
+        EXPECT_TRUE(capture.Lines().empty());
+    }
+}
+
+TEST_F(FlashTest, AFailedEraseHaltsAndFlashIsNotTouchedAgain)
+{
+    struct Case { Op op; int half; WORD bits; Lines lines; };
+    const Case cases[] = {
+        {Op::ClearLocks, 0, 0x08, {L"\r\nVoltage Range Error ... Lower flash.\r\n"}},
+        {Op::ClearLocks, 1, 0x30, {L"\r\nCommand Sequence Error ... Upper flash.\r\n"}},
+        {Op::ClearLocks, 0, 0x20, {L"\r\nClear Lock Bits Error ... Lower flash.\r\n"}},
+        {Op::Erase, 1, 0x08, {L"\r\nVoltage Range Error ... Upper flash.\r\n"}},
+        {Op::Erase, 0, 0x30, {L"\r\nCommand Sequence Error ... Lower flash.\r\n"}},
+        {Op::Erase, 0, 0x22, {L"\n\rBlock erase failure.  Lock bit lower flash set!\r\n"}},
+        {Op::Erase, 1, 0x22, {L"\n\rBlock erase failure.  Lock bit upper flash set!\r\n"}},
+        {Op::Erase, 1, 0x20, {}},
+        // A word that stays programmed through the erase.
+        {Op::Erase, 0, 0,
+         {L"Erase verification failure at Virtual Addr 0xA0054000 Physical Addr 0x54000 Data 0xFFFF7FFF]\r\n"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.lines));
+        FlashChipModel chips(0x0089, 0x0018, 0x20000);
+        CFlashProgrammer programmer(&chips);
+        Use(chips, programmer);
+        if (c.bits)
+            chips.Inject(c.op, c.half, c.bits);
+        else
+            chips.Stick(0x5000, 0xFFFF7FFF);
+        nv.WriteNextPictureIndex(1);
+        EXPECT_FALSE(nv.Commit());
+        Lines expected = c.lines;
+        expected.push_back(kHalted);
+        expected.push_back(L"PutNVRAM failed.\r\n");
+        EXPECT_EQ(capture.Lines(), expected);
+        EXPECT_TRUE(programmer.Halted());
+
+        // Halted: neither a later commit nor a later open reaches the chips.
+        const long long accesses = chips.accesses;
+        capture.Clear();
+        nv.WriteNextPictureIndex(2);
+        EXPECT_FALSE(nv.Commit());
+        CNVRAMBoard again;
+        EXPECT_FALSE(again.Open());
+        EXPECT_EQ(capture.Lines(), (Lines{L"PutNVRAM failed.\r\n", L"GetNVRAM failed.\r\n"}));
+        EXPECT_EQ(chips.accesses, accesses);
+        EXPECT_TRUE(chips.faults.empty()) << testing::PrintToString(chips.faults);
+    }
+}
+
+TEST_F(FlashTest, AFailedProgramIsReportedOnceAndLeavesTheChipsReadable)
+{
+    struct Case { int half; WORD bits; const wchar_t* line; };
+    const Case cases[] = {{0, 0x18, L"Voltage Range Error ... \r\n"},
+                          {1, 0x12, L"Device Protect Error ... \r\n"},
+                          {1, 0x10, L"Programming Error ... \r\n"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(std::wstring(c.line)));
+        Use(model, flash);
+        model.Inject(Op::Program, c.half, c.bits);
+        const int erasesBefore = model.erases;
+        nv.WriteNextPictureIndex(9);
+        EXPECT_FALSE(nv.Commit());
+        EXPECT_EQ(capture.Lines(), (Lines{c.line, L"PutNVRAM failed.\r\n"}));
+        EXPECT_EQ(model.erases, erasesBefore + 1);  // not retried
+        EXPECT_TRUE(model.InReadArray());
+        EXPECT_FALSE(flash.Halted());
+    }
+    // The program stopped at its first word (where only the good chip wrote
+    // its half): the rest of the block stays erased, the boot loader's words
+    // with it. The next change goes through into what is left.
+    const std::string left = model.Block();
+    EXPECT_TRUE(SameBlock(left.substr(4), std::string(kConfigBlockBytes - 4, '\xFF')));
+    nv.WriteNextPictureIndex(10);
+    capture.Clear();
+    EXPECT_TRUE(nv.Commit());
+    EXPECT_TRUE(SameBlock(model.Block(), Committed(left)));
+    EXPECT_EQ(capture.Lines(), (Lines{L"Bad eboot config magic number\r\n"}));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
-// The params file: its scanner, the checks Open makes, and the typed reads.
+// The params file (its scanner and the checks Open makes) and the date/time
+// helpers: the script's text forms, the 64-bit form and comparison.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,14 +17,22 @@ namespace {
 using Lines = std::vector<std::wstring>;
 const wchar_t kParams[] = L"\\Hard Disk\\params.txt";
 const wchar_t kReadFailed[] = L"ERROR: CStoredParams::Open: failed to read file.\r\n";
+const wchar_t kNoEquals[] = L"ERROR: Missing '=' in param file.\r\n";
 
 // The bench params with one line replaced (or dropped, for an empty line).
 std::string With(const std::string& key, const std::string& line)
 {
     std::string text = kBenchParams;
     const size_t at = text.find(key + "=");
-    const size_t end = text.find("\r\n", at) + 2;
-    return text.replace(at, end - at, line.empty() ? "" : line + "\r\n");
+    return text.replace(at, text.find("\r\n", at) + 2 - at, line.empty() ? "" : line + "\r\n");
+}
+
+// The bench params without Debug, padded so that byte 8192 falls after the
+// first keep bytes of a last line "Debug=1234".
+std::string CutAt8192(size_t keep)
+{
+    const std::string head = With("Debug", "");
+    return head + "#" + std::string(8192 - head.size() - 3 - keep, 'x') + "\r\nDebug=1234\r\n";
 }
 
 std::wstring Read(const CStoredParams& params, const wchar_t* key)
@@ -32,157 +41,188 @@ std::wstring Read(const CStoredParams& params, const wchar_t* key)
     return value ? value.get() : L"<null>";
 }
 
-class StoredParamsTest : public ::testing::Test
+TEST(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
 {
-protected:
     DebugCapture capture;
-};
-
-TEST_F(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
-{
-    struct Case
-    {
-        const char* what;
-        std::string text;
-        Lines lines;
-    };
     const std::string bench = kBenchParams;
     const std::string noDebug = With("Debug", "");
+    const auto bad = [](const char* key) {
+        return std::wstring(L"ERROR: CStoredParams::Open: bad/missing ") + std::wstring(key, key + strlen(key)) + L".\r\n";
+    };
+    struct Case { const char* what; std::string text; Lines lines; };
     const Case cases[] = {
-        {"comment after blanks", "  # set by the study team\r\n" + bench,
-         {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
-        {"key without =", With("Debug", "Debug 0"), {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
-        {"underscore in a key", bench + "Study_Site=Lab 3\r\n",
-         {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
-        {"cut after a key", noDebug + "Debug", {L"ERROR: Missing '=' in param file.\r\n", kReadFailed}},
+        {"no file", "", {L"ERROR: Failed to open params file.\r\n", kReadFailed}},
+        {"comment after blanks", "  # set by the study team\r\n" + bench, {kNoEquals, kReadFailed}},
+        {"key without =", With("Debug", "Debug 0"), {kNoEquals, kReadFailed}},
+        {"underscore in a key", bench + "Study_Site=Lab 3\r\n", {kNoEquals, kReadFailed}},
+        {"cut after a key", noDebug + "Debug", {kNoEquals, kReadFailed}},
         {"key without a value", noDebug + "Debug=  ", {L"ERROR: Missing value in param file.\r\n", kReadFailed}},
-        {"window of 25 hours", With("SessionWindowHours", "SessionWindowHours=25"),
-         {L"ERROR: CStoredParams::Open: bad/missing SessionWindowHours.\r\n"}},
-        {"interval of 0 days", With("RealTestIntervalDays", "RealTestIntervalDays=0"),
-         {L"ERROR: CStoredParams::Open: bad/missing RealTestIntervalDays.\r\n"}},
+        {"value past byte 8192", CutAt8192(6), {L"ERROR: Missing value in param file.\r\n", kReadFailed}},
+        {"window of 25 hours", With("SessionWindowHours", "SessionWindowHours=25"), {bad("SessionWindowHours")}},
+        {"interval of 0 days", With("RealTestIntervalDays", "RealTestIntervalDays=0"), {bad("RealTestIntervalDays")}},
         {"practice interval not a number", With("PracticeTestIntervalDays", "PracticeTestIntervalDays=daily"),
-         {L"ERROR: CStoredParams::Open: bad/missing PracticeTestIntervalDays.\r\n"}},
-        {"no MakeupDays", With("MakeupDays", ""), {L"ERROR: CStoredParams::Open: bad/missing MakeupDays.\r\n"}},
-        {"MinFreeSpaceMB past 16 bits", With("MinFreeSpaceMB", "MinFreeSpaceMB=32768"),
-         {L"ERROR: CStoredParams::Open: bad/missing MinFreeSpaceMB.\r\n"}},
-        {"no Debug", noDebug, {L"ERROR: CStoredParams::Open: bad/missing Debug.\r\n"}},
+         {bad("PracticeTestIntervalDays")}},
+        {"no MakeupDays", With("MakeupDays", ""), {bad("MakeupDays")}},
+        {"MinFreeSpaceMB past 16 bits", With("MinFreeSpaceMB", "MinFreeSpaceMB=32768"), {bad("MinFreeSpaceMB")}},
+        {"no Debug", noDebug, {bad("Debug")}},
         {"date without leading zero", With("FirstSessionDateTime", "FirstSessionDateTime=Mon 2 Feb 2004"),
-         {L"ScriptToSystemDateTime: unexpected length date time string.\r\n",
-          L"ERROR: CStoredParams::Open: bad/missing FirstSessionDateTime.\r\n"}},
+         {L"ScriptToSystemDateTime: unexpected length date time string.\r\n", bad("FirstSessionDateTime")}},
         {"practice end in 1999", With("EndPracticeDate", "EndPracticeDate=Mon 08 Feb 1999"),
-         {L"ScriptToSystemDateTime: garbled year.\r\n", L"ERROR: CStoredParams::Open: bad/missing EndPracticeDate.\r\n"}},
+         {L"ScriptToSystemDateTime: garbled year.\r\n", bad("EndPracticeDate")}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        ASSERT_TRUE(WriteDiskFile(kParams, c.text));
+        if (c.text.empty())
+            DeleteDiskFile(kParams);
+        else
+            ASSERT_TRUE(WriteDiskFile(kParams, c.text));
         capture.Clear();
         CStoredParams params;
         EXPECT_FALSE(params.Open());
         EXPECT_EQ(capture.Lines(), c.lines);
+        EXPECT_EQ(Read(params, L"StudySite"), L"<default>");  // nothing held after a failed Open
     }
-
-    DeleteDiskFile(kParams);
-    capture.Clear();
-    CStoredParams params;
-    EXPECT_FALSE(params.Open());
-    EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: Failed to open params file.\r\n", kReadFailed}));
-    // Nothing is held after a failed Open: reads give the default.
-    EXPECT_EQ(Read(params, L"Debug"), L"<default>");
 }
 
-TEST_F(StoredParamsTest, ScannerKeepsValuesAsWrittenAndKeysWithoutCase)
+TEST(StoredParamsTest, ScannerKeepsValuesAsWrittenAndKeysWithoutCase)
 {
-    const std::string text =
-        "#comment at the very start\r\n" + With("SessionWindowHours", "sessionwindowhours = 4") +
-        "\n\n#another\nNote=\r\nOther=5\r\nMakeupDays=9\r\nEmpty\r\n=x\n";
-    ASSERT_TRUE(WriteDiskFile(kParams, text));
-    const size_t assertsBefore = AssertLines();
+    DebugCapture capture;
+    ASSERT_TRUE(WriteDiskFile(kParams, "#comment at the very start\r\n" +
+                                           With("SessionWindowHours", "sessionwindowhours = 4") +
+                                           "\n\n#another\nNote=\r\nOther=5\r\nMakeupDays=9\r\nEmpty\r\n=x\n"));
+    const size_t asserts = AssertLines();
     CStoredParams params;
     ASSERT_TRUE(params.Open());
-    EXPECT_TRUE(capture.Lines().empty());
-
-    short hours = 0;
+    short hours = 0, makeup = 0;
     EXPECT_TRUE(params.ReadSessionWindowHours(&hours));
     EXPECT_EQ(hours, 4);
-    // Trailing blanks belong to the value; an empty value takes the next line.
+    // Trailing blanks belong to the value; an empty value takes the next line;
+    // a line break between a key and "=" is a blank too.
     EXPECT_EQ(Read(params, L"STUDYSITE"), L"Lab 3  ");
     EXPECT_EQ(Read(params, L"Note"), L"Other=5");
     EXPECT_EQ(Read(params, L"Other"), L"<default>");
-    // A line break between key and "=" is a blank too: "Empty" then "=x".
     EXPECT_EQ(Read(params, L"Empty"), L"x");
     // A duplicate key is recorded as an assertion; the first one counts.
-    EXPECT_EQ(AssertLines(), assertsBefore + 1);
-    short makeup = 0;
+    EXPECT_EQ(AssertLines(), asserts + 1);
     EXPECT_TRUE(params.ReadMakeupDays(&makeup));
     EXPECT_EQ(makeup, 2);
-
     SYSTEMTIME first, end;
     ASSERT_TRUE(params.ReadFirstSessionDateTime(&first));
     ASSERT_TRUE(params.ReadEndPracticeDate(&end));
-    EXPECT_EQ((std::vector<int>{first.wYear, first.wMonth, first.wDay, first.wHour}),
-              (std::vector<int>{2004, 2, 2, 9}));
-    EXPECT_EQ((std::vector<int>{end.wDay, end.wHour, end.wMinute}), (std::vector<int>{9, 0, 0}));
-    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_EQ((std::vector<int>{first.wYear, first.wMonth, first.wDay, first.wHour, end.wDay, end.wHour}),
+              (std::vector<int>{2004, 2, 2, 9, 9, 0}));
 
-    EXPECT_FALSE(params.ReadFirstSessionDateTime(nullptr));
-    EXPECT_FALSE(params.ReadEndPracticeDate(nullptr));
-    EXPECT_EQ(capture.Lines(), (Lines{L"ReadFirstSessionDateTime: null pDateTimeLocal.\r\n",
-                                      L"ReadEndPracticeDate: null pDateTimeLocal.\r\n"}));
-}
-
-TEST_F(StoredParamsTest, OnlyTheFirst8192BytesCount)
-{
-    // Pad with a comment so that byte 8192 falls inside the last pair.
-    const std::string head = With("Debug", "");
-    auto fileCutting = [&](const std::string& tail, size_t keep) {
-        std::string padding = "#" + std::string(8192 - head.size() - 2 - keep - 1, 'x') + "\r\n";
-        return head + padding + tail;
-    };
-    ASSERT_TRUE(WriteDiskFile(kParams, fileCutting("Debug=1234\r\n", 8)));  // keeps "Debug=12"
-    CStoredParams params;
-    ASSERT_TRUE(params.Open());
-    EXPECT_EQ(Read(params, L"Debug"), L"12");
-
-    ASSERT_TRUE(WriteDiskFile(kParams, fileCutting("Debug=1234\r\n", 6)));  // keeps "Debug="
+    // Only the first 8192 bytes are read.
+    ASSERT_TRUE(WriteDiskFile(kParams, CutAt8192(8)));
     CStoredParams cut;
-    EXPECT_FALSE(cut.Open());
-    EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: Missing value in param file.\r\n", kReadFailed}));
+    ASSERT_TRUE(cut.Open());
+    EXPECT_EQ(Read(cut, L"Debug"), L"12");
+    EXPECT_TRUE(capture.Lines().empty());
 }
 
-TEST_F(StoredParamsTest, TypedReadsReportTheirOwnFailures)
+const SYSTEMTIME kFeb3 = {2004, 2, 2, 3, 9, 5, 0, 0};  // Tue 03 Feb 2004 09:05:00
+
+bool Same(const SYSTEMTIME& a, const SYSTEMTIME& b) { return memcmp(&a, &b, sizeof(a)) == 0; }
+
+std::wstring ToScript(const SYSTEMTIME& st, bool withTime)
 {
-    ASSERT_TRUE(WriteDiskFile(kParams, kBenchParams));
-    CStoredParams params;
-    ASSERT_TRUE(params.Open());
-    short v = 77;
-    EXPECT_FALSE(params.ReadShortParam(L"StudySite", 0, 10, &v));  // not a number
-    EXPECT_FALSE(params.ReadShortParam(L"Debug", 1, 10, &v));       // out of range
-    EXPECT_FALSE(params.ReadShortParam(L"Missing", 0, 10, &v));
-    EXPECT_EQ(v, 77);
-    EXPECT_TRUE(params.ReadShortParam(L"MinFreeSpaceMB", -32768, 32767, &v));
-    EXPECT_EQ(v, 50);
+    wchar_t* text = SystemDateTimeToScript(&st, withTime);
+    std::wstring result = text ? text : L"<null>";
+    delete[] text;
+    return result;
+}
+
+TEST(DateTimeTest, WritesLongAndShortFormsWithinFieldRanges)
+{
+    SYSTEMTIME st = {1960, 12, 6, 31, 23, 59, 61, 0};
+    EXPECT_EQ(ToScript(st, true), L"Sat 31 Dec 1960 23:59:61");
+    st.wHour = 24;  // the short form ignores the time
+    EXPECT_EQ(ToScript(st, false), L"Sat 31 Dec 1960");
+    EXPECT_EQ(ToScript(st, true), L"<null>");
+    for (WORD SYSTEMTIME::*field : {&SYSTEMTIME::wDayOfWeek, &SYSTEMTIME::wMonth, &SYSTEMTIME::wSecond}) {
+        st = kFeb3;
+        st.*field = 62;
+        EXPECT_EQ(ToScript(st, true), L"<null>");
+    }
+}
+
+TEST(DateTimeTest, ParsesBothFormsAndReportsEachFault)
+{
+    DebugCapture capture;
+    const std::wstring length = L"ScriptToSystemDateTime: unexpected length date time string.\r\n";
+    const std::wstring garbled = L"ScriptToSystemDateTime: garbled date string.\r\n";
+    const std::wstring day = L"ScriptToSystemDateTime: invalid day of month.\r\n";
+    const std::wstring year = L"ScriptToSystemDateTime: garbled year.\r\n";
+    const std::wstring hour = L"ScriptToSystemDateTime: invalid hour.\r\n";
+    const std::wstring minute = L"ScriptToSystemDateTime: invalid minute.\r\n";
+    struct Case { const wchar_t* text; std::wstring line; SYSTEMTIME st; };
+    const Case cases[] = {
+        {L"Tue 03 Feb 2004 09:05:00", L"", kFeb3},
+        {L"Tue 03 Feb 2004", L"", {2004, 2, 2, 3, 0, 0, 0, 0}},
+        // Names in any case; the day name is taken as given, not checked.
+        {L"sun 03 fEB 2004", L"", {2004, 2, 0, 3, 0, 0, 0, 0}},
+        // Upper bounds that pass (an hour up to 59); text past 24 characters is ignored.
+        {L"Sat 31 Dec 3000 59:59:61 and more", L"", {3000, 12, 6, 31, 59, 59, 61, 0}},
+        // A wrong length leaves the record cleared.
+        {L"Tue 3 Feb 2004", length, {}}, {L"Tue 03 Feb 2004 09:05", length, {}},
+        {L"Tue 03 Feb 2004 09:05:0", length, {}},
+        {L"Tue xx Feb 2004", garbled}, {L"Tue 03 Feb 2004 09-05-00", garbled},
+        {L"Tues 3 Feb 2004", L"ScriptToSystemDateTime: garbled day of week.\r\n"},
+        {L"Xyz 03 Feb 2004", L"ScriptToSystemDateTime: Unknown day of week.\r\n"},
+        {L"Tue 00 Feb 2004", day}, {L"Tue 32 Feb 2004", day},
+        {L"Tue 3 Febr 2004", L"ScriptToSystemDateTime: garbled month.\r\n"},
+        {L"Tue 03 Err 2004", L"ScriptToSystemDateTime: Unknown month.\r\n"},
+        {L"Tue 03 Feb 1999", year}, {L"Tue 03 Feb 3001", year},
+        {L"Tue 03 Feb 2004 60:00:00", hour}, {L"Tue 03 Feb 2004 -1:00:00", hour},
+        {L"Tue 03 Feb 2004 09:60:00", minute}, {L"Tue 03 Feb 2004 09:05:62", minute},
+    };
+    for (const Case& c : cases) {
+        capture.Clear();
+        SYSTEMTIME st;
+        memset(&st, 0xA5, sizeof(st));
+        EXPECT_EQ(ScriptToSystemDateTime(c.text, &st), c.line.empty()) << c.text;
+        EXPECT_EQ(capture.Lines(), c.line.empty() ? Lines{} : Lines{c.line}) << c.text;
+        EXPECT_TRUE(Same(st, c.st) || !(c.line.empty() || c.line == length)) << c.text;
+    }
+}
+
+TEST(DateTimeTest, ConvertsToAndFromTheSixtyFourBitFormAndCompares)
+{
+    DebugCapture capture;
+    SYSTEMTIME st = kFeb3, back = {};
+    ULONGLONG ticks = 1, later = 0;
+    ASSERT_TRUE(SystemTimeToULongLong(&st, &ticks));
+    EXPECT_EQ(ticks, 127202727000000000ULL);
+    st.wHour = 10;
+    ASSERT_TRUE(SystemTimeToULongLong(&st, &later));
+    EXPECT_EQ(later - ticks, 36000000000ULL);  // one hour
+    ASSERT_TRUE(ULongLongToSystemTime(&ticks, &back));  // the day of week comes from the date
+    EXPECT_TRUE(Same(back, kFeb3));
     EXPECT_TRUE(capture.Lines().empty());
 
-    // After Close every typed read fails with its message.
-    params.Close();
-    params.Close();
-    SYSTEMTIME st;
-    EXPECT_FALSE(params.ReadSessionWindowHours(&v));
-    EXPECT_FALSE(params.ReadRealTestIntervalDays(&v));
-    EXPECT_FALSE(params.ReadPracticeTestIntervalDays(&v));
-    EXPECT_FALSE(params.ReadMakeupDays(&v));
-    EXPECT_FALSE(params.ReadMinFreeSpaceMB(&v));
-    EXPECT_FALSE(params.ReadDebug(&v));
-    EXPECT_FALSE(params.ReadFirstSessionDateTime(&st));
-    EXPECT_FALSE(params.ReadEndPracticeDate(&st));
-    EXPECT_EQ(capture.Lines(), (Lines{L"ERROR: ReadSessionWindowHours: invalid/missing value.\r\n",
-                                      L"ERROR: ReadRealTestIntervalDays: invalid/missing value.\r\n",
-                                      L"ERROR: ReadPracticeTestIntervalDays: invalid/missing value.\r\n",
-                                      L"ERROR: ReadMakeupDays: invalid/missing value.\r\n",
-                                      L"ERROR: ReadMinFreeSpaceMB: invalid/missing value.\r\n",
-                                      L"ERROR: ReadDebug: invalid/missing value.\r\n",
-                                      L"Corrupted StoredParams: no FirstSessionDateTime.\r\n",
-                                      L"Corrupted StoredParams: no EndPracticeDate.\r\n"}));
+    st.wMonth = 13;
+    EXPECT_FALSE(SystemTimeToULongLong(&st, &ticks));
+    EXPECT_EQ(ticks, 0u);
+    const ULONGLONG tooLarge = 0x8000000000000000ULL;
+    EXPECT_FALSE(ULongLongToSystemTime(&tooLarge, &back));
+    EXPECT_EQ(capture.Lines(), (Lines{L"SystemTimeToULongLong date/time didn't convert to FILETIME\r\n",
+                                      L"ULongLongToSystemTime: FILETIME didn't convert.\r\n"}));
+
+    // Each field decides only when all the larger ones are equal; the day of week never.
+    SYSTEMTIME other = kFeb3;
+    other.wDayOfWeek = 5;
+    EXPECT_EQ(CompareSystemTime(&kFeb3, &other), 0);
+    WORD SYSTEMTIME::*const order[] = {&SYSTEMTIME::wYear, &SYSTEMTIME::wMonth,  &SYSTEMTIME::wDay,
+                                       &SYSTEMTIME::wHour, &SYSTEMTIME::wMinute, &SYSTEMTIME::wSecond,
+                                       &SYSTEMTIME::wMilliseconds};
+    for (size_t i = 0; i < 7; ++i) {
+        SYSTEMTIME larger = kFeb3;
+        larger.*order[i] += 1;
+        for (size_t j = i + 1; j < 7; ++j)
+            larger.*order[j] = 0;
+        EXPECT_EQ(CompareSystemTime(&kFeb3, &larger), -1) << i;
+        EXPECT_EQ(CompareSystemTime(&larger, &kFeb3), 1) << i;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/support/FlashChipModel.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstring>
 
 #include "session/FlashAccess.h"
 
@@ -23,15 +24,21 @@ void FlashChipModel::SetHalf(DWORD& word, int half, WORD value)
 
 void FlashChipModel::Fault(const std::string& text, DWORD wordIndex)
 {
-    char where[32];
-    snprintf(where, sizeof(where), " at word 0x%lx", static_cast<unsigned long>(wordIndex));
-    faults.push_back(text + where);
+    faults.push_back(text + " at word " + std::to_string(wordIndex));
 }
 
 void FlashChipModel::Inject(Op op, int half, WORD bits)
 {
     m_chips[half].injectOp = op;
     m_chips[half].injectBits = bits;
+}
+
+// An operation begins: the chip answers busy for a while, then ready.
+void FlashChipModel::StartOp(Chip& chip)
+{
+    chip.mode = Mode::ReadStatus;
+    chip.busy = kBusyReads;
+    chip.status = 0x80;
 }
 
 bool FlashChipModel::TakeInjection(Chip& chip, Op op)
@@ -43,31 +50,20 @@ bool FlashChipModel::TakeInjection(Chip& chip, Op op)
     return true;
 }
 
-void FlashChipModel::Stick(DWORD wordIndex, DWORD value)
-{
-    m_stuck.emplace_back(wordIndex, value);
-}
+void FlashChipModel::Stick(DWORD wordIndex, DWORD value) { m_stuck.emplace_back(wordIndex, value); }
 
+// The words are little-endian, as the processor and this host see them.
 void FlashChipModel::Load(const std::string& block)
 {
-    for (size_t i = 0; i + 3 < block.size() && i / 4 < kWords; i += 4)
-        array[i / 4] = static_cast<BYTE>(block[i]) | (static_cast<BYTE>(block[i + 1]) << 8) |
-                       (static_cast<BYTE>(block[i + 2]) << 16) | (static_cast<DWORD>(static_cast<BYTE>(block[i + 3])) << 24);
+    memcpy(array.data(), block.data(), std::min<size_t>(block.size(), kWords * 4) & ~size_t{3});
 }
 
 std::string FlashChipModel::Block() const
 {
-    std::string bytes;
-    for (DWORD i = 0; i < kConfigBlockWords; ++i)
-        for (int b = 0; b < 4; ++b)
-            bytes += static_cast<char>(array[i] >> (8 * b));
-    return bytes;
+    return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4);
 }
 
-bool FlashChipModel::InReadArray() const
-{
-    return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray;
-}
+bool FlashChipModel::InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
 
 DWORD FlashChipModel::Read(DWORD wordIndex)
 {
@@ -79,27 +75,15 @@ DWORD FlashChipModel::Read(DWORD wordIndex)
     DWORD value = 0;
     for (int half = 0; half < 2; ++half) {
         Chip& chip = m_chips[half];
-        WORD answer = 0;
-        switch (chip.mode) {
-        case Mode::ReadArray:
+        WORD answer = chip.status;
+        if (chip.mode == Mode::ReadArray)
             answer = Half(array[wordIndex], half);
-            break;
-        case Mode::ReadStatus:
-            if (chip.busy > 0) {
-                --chip.busy;
-                answer = chip.status & ~0x80;
-            } else {
-                answer = chip.status;
-            }
-            break;
-        case Mode::ReadId:
-            answer = wordIndex == 0 ? m_ids[0] : wordIndex == 1 ? m_ids[1] : 0;
-            break;
-        default:
+        else if (chip.mode == Mode::ReadStatus && chip.busy > 0 && chip.busy--)
+            answer = chip.status & ~0x80;
+        else if (chip.mode == Mode::ReadId)
+            answer = wordIndex < 2 ? m_ids[wordIndex] : 0;
+        else if (chip.mode != Mode::ReadStatus)
             Fault("read in the middle of a command", wordIndex);
-            answer = chip.status;
-            break;
-        }
         SetHalf(value, half, answer);
     }
     return value;
@@ -119,9 +103,7 @@ void FlashChipModel::Write(DWORD wordIndex, DWORD value)
         bool any = false;
         for (int half = 0; half < 2; ++half) {
             Chip& chip = m_chips[half];
-            chip.mode = Mode::ReadStatus;
-            chip.busy = busyReads;
-            chip.status = 0x80;
+            StartOp(chip);
             if (wordIndex != chip.setupWord)
                 Fault("program data at another word than its command", wordIndex);
             if (TakeInjection(chip, Op::Program))
@@ -159,9 +141,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
     case Mode::EraseSetup:
     case Mode::LockSetup: {
         const bool erase = chip.mode == Mode::EraseSetup;
-        chip.mode = Mode::ReadStatus;
-        chip.busy = busyReads;
-        chip.status = 0x80;
+        StartOp(chip);
         if (command != FlashCmd::kConfirm || wordIndex != chip.setupWord) {
             Fault(erase ? "bad erase confirm" : "bad lock-bit confirm", wordIndex);
             chip.status = 0x80 | 0x30;

@@ -45,7 +45,6 @@ public:
     int erases = 0;                   // confirmed block erases (per chip pair)
     int lockClears = 0;
     int programs = 0;
-    int busyReads = 2;                // status reads that answer busy after each op
     long long accesses = 0;
 
 private:
@@ -60,8 +59,10 @@ private:
         WORD injectBits = 0;
     };
 
+    static constexpr int kBusyReads = 2;  // status reads that answer busy after each op
     WORD Half(DWORD word, int half) const { return half == 0 ? LOWORD(word) : HIWORD(word); }
     void SetHalf(DWORD& word, int half, WORD value);
+    void StartOp(Chip& chip);
     bool TakeInjection(Chip& chip, Op op);
     void Command(int half, DWORD wordIndex, WORD command);
     void Fault(const std::string& text, DWORD wordIndex);

@@ -1,0 +1,303 @@
+// A session's normal end through the registered control (the package in
+// "Device Data", the copy without a compression library, the ends that fail),
+// and the encryption and signing of one file with the device's provisioned
+// keys: the package's fields and lengths, and the failures that must stop
+// before an output file exists. What is packed is opened after the run by the
+// study's tools and OpenSSL (tests/scripts/package_test.sh).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "session/FileEncryption.h"
+#include "session/FlashAccess.h"
+#include "tests/support/PackageDisk.h"
+#include "tests/support/ControlTestKit.h"
+#include "tests/support/DebugCapture.h"
+#include "tests/support/DeviceDisk.h"
+#include "tests/support/McuSim.h"
+#include "tests/support/MessagePump.h"
+
+namespace {
+
+using Names = std::vector<std::wstring>;
+constexpr DISPID kActivityEnded = 14;
+constexpr DISPID kSessionEnded = 25;
+const char kManifest[] = "study: bench\r\nfiles: motr, wav\r\n";
+const wchar_t kData[] = L"\\Hard Disk\\Device Data";
+
+void EmptyFolder(const std::wstring& folder)
+{
+    for (const std::wstring& name : FilesIn(folder))
+        DeleteFileW((folder + L"\\" + name).c_str());
+}
+
+class SessionEndTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ProvisionDisk();
+        ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, StudyBlock()));
+        ASSERT_TRUE(WriteDiskFile(L"\\Hard Disk\\Manifest.txt", kManifest));
+        ASSERT_TRUE(InstallCompressLibrary(true));
+        EmptyFolder(kData);
+        EmptyFolder(L"\\Device Temp");
+        RemoveDirectoryW(L"\\compress.zip");
+        DeleteFileW(L"\\compress.zip");
+        control = CreateRegisteredControl();
+        ASSERT_TRUE(control);
+        cookie = AdviseSink(control.Get(), &sink);
+    }
+    void TearDown() override
+    {
+        if (control) {
+            UnadviseSink(control.Get(), cookie);
+            control->Close();
+        }
+    }
+    void OpenAndStart()
+    {
+        short ok = 0;
+        ASSERT_EQ(control->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+        ASSERT_EQ(control->SessionStart(), S_OK);
+    }
+    // Ends the session normally and waits for its SessionEnded cause; a
+    // failed packaging also fails the call.
+    short EndSession(HRESULT expected = S_OK)
+    {
+        const size_t before = Count(kSessionEnded);
+        EXPECT_EQ(ScriptObject(control.Get()).Call(L"SessionEndNormal"), expected);
+        EXPECT_TRUE(PumpUntil([&] { return Count(kSessionEnded) > before; }, 120000));
+        for (auto e = sink.events.rbegin(); e != sink.events.rend(); ++e)
+            if (e->id == kSessionEnded)
+                return e->args.size() == 1 && e->args[0].vt == VT_I2 ? e->args[0].iVal : -1;
+        return -1;
+    }
+    size_t Count(DISPID id) const
+    {
+        return std::count_if(sink.events.begin(), sink.events.end(), [&](const ReceivedEvent& e) { return e.id == id; });
+    }
+
+    ComApartment com;
+    RecordingSink sink;
+    ComPtr<IBrennock> control;
+    DWORD cookie = 0;
+};
+
+TEST_F(SessionEndTest, ATappingSessionEndsInOneSignedPackage)
+{
+    ASSERT_TRUE(McuSim::Running());
+    OpenAndStart();
+    BSTR name = SysAllocString(L"Tap");
+    ASSERT_EQ(control->ActivityConfig(1, name, 0, 0), S_OK);
+    SysFreeString(name);
+    ASSERT_EQ(control->ActivityStart(0), S_OK);
+    McuSim mcu;
+    for (const char* tap : {"digito left down 120", "digito left up 40", "digito right down 7", "capsit left up"})
+        ASSERT_TRUE(mcu.Send(tap));
+    ASSERT_TRUE(mcu.Sync());
+    ASSERT_TRUE(PumpUntil([&] { return sink.events.size() >= 4; }));
+    ASSERT_EQ(control->ActivityEndNormal(), S_OK);
+    ASSERT_TRUE(PumpUntil([&] { return Count(kActivityEnded) == 1; }));
+    const Names recorded = FilesIn(L"\\Device Temp");
+    ASSERT_EQ(recorded.size(), 1u);
+    KeepForChecks(L"\\Device Temp\\" + recorded[0], L"session.motr");
+    KeepForChecks(L"\\Hard Disk\\Manifest.txt", L"session-Manifest.txt");
+
+    EXPECT_EQ(EndSession(), 0);
+    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
+    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
+    const Names packed = FilesIn(kData);
+    ASSERT_EQ(packed.size(), 1u);
+    // Device ID and the minute of the end: yyyymmddhhmm.
+    EXPECT_TRUE(std::regex_match(packed[0], std::wregex(L"0000065535_20\\d{10}\\.ezip"))) << packed[0];
+    KeepForChecks(std::wstring(kData) + L"\\" + packed[0], L"session.ezip");
+}
+
+TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
+{
+    ASSERT_TRUE(InstallCompressLibrary(false));
+    // Nothing to copy and no manifest: nothing arrives, and the end succeeds.
+    DeleteFileW(L"\\Hard Disk\\Manifest.txt");
+    OpenAndStart();
+    EXPECT_EQ(EndSession(), 0);
+    EXPECT_EQ(FilesIn(kData), Names{});
+
+    ASSERT_TRUE(WriteDiskFile(L"\\Hard Disk\\Manifest.txt", kManifest));
+    ASSERT_EQ(control->SessionStart(), S_OK);
+    const std::string sound(100000, '\x7f');
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", sound));
+    const size_t asserts = AssertLines();
+    EXPECT_EQ(EndSession(), 0);
+    Names copied = FilesIn(kData);
+    std::sort(copied.begin(), copied.end());
+    EXPECT_EQ(copied, (Names{L"Manifest.txt", L"voice.wav"}));
+    EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\voice.wav"), sound);
+    EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\Manifest.txt"), kManifest);
+    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
+    ASSERT_EQ(AssertLines(), asserts + 1);
+    const std::string log = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
+    EXPECT_NE(log.find("TestManagerPackaging.cpp line "), std::string::npos);
+    EXPECT_NE(log.find(" WARNING: compression dll not found...copying uncompressed, non-encrypted user files to USB "
+                       "Flash.\r\n"),
+              std::string::npos);
+}
+
+TEST_F(SessionEndTest, AFailingLibraryEndsWith102AndCopiesNothing)
+{
+    // The archive's place is taken by a folder: the library cannot write it.
+    ASSERT_TRUE(CreateDirectoryW(L"\\compress.zip", nullptr));
+    OpenAndStart();
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", "RIFF"));
+    DebugCapture debug;
+    EXPECT_EQ(EndSession(E_FAIL), 102);
+    EXPECT_EQ(FilesIn(kData), Names{});
+    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
+    EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
+    EXPECT_EQ(debug.Count(L"Compression failed.\r\n"), 1u);
+    RemoveDirectoryW(L"\\compress.zip");
+}
+
+TEST_F(SessionEndTest, AFailedEncryptionStillEndsWith0)
+{
+    std::string unprovisioned = StudyBlock();
+    unprovisioned.replace(kKeyTagOffset, 4, "\xFF\xFF\xFF\xFF", 4);
+    ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, unprovisioned));
+    OpenAndStart();
+    const size_t asserts = AssertLines();
+    DebugCapture debug;
+    EXPECT_EQ(EndSession(), 0);
+    EXPECT_EQ(debug.Count(L"EncryptFile: File encryption and signing failed.\r\n"), 1u);
+    EXPECT_EQ(debug.Count(L"Encryption failed.\r\n"), 0u);
+    EXPECT_EQ(AssertLines(), asserts + 1);
+    EXPECT_EQ(FilesIn(kData), Names{});
+    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(SessionEndTest, AFileThatCannotBeDeletedIsReportedAndTheRestGo)
+{
+    OpenAndStart();
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\a.wav", "RIFF"));
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\b.wav", "RIFF"));
+    HANDLE held = CreateFileW(L"\\Device Temp\\a.wav", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(held, INVALID_HANDLE_VALUE);
+    DebugCapture debug;
+    EXPECT_EQ(control->SessionCancel(), S_OK);
+    EXPECT_EQ(debug.Count(L"Warning: DeleteFile failed.\r\n"), 1u);
+    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{L"a.wav"});
+    CloseHandle(held);
+}
+
+const wchar_t kPlain[] = L"\\Hard Disk\\plain.bin";
+const wchar_t kPackage[] = L"\\Hard Disk\\plain.ezip";
+// A device key of 1024 bits and a server key of 3072 bits.
+constexpr DWORD kPublicBlob = 20 + 128, kSignature = 128, kSessionBlob = 12 + 384;
+constexpr size_t kHeader = 12 + kPublicBlob + kSignature + kSessionBlob;
+
+std::string Pattern(size_t length)
+{
+    std::string bytes(length, '\0');
+    for (size_t i = 0; i < length; ++i)
+        bytes[i] = static_cast<char>((i * 131 + i / 977) & 0xFF);
+    return bytes;
+}
+
+// The block with the 32-bit length of the blob at offset patched.
+std::string WithBlobLength(std::string block, DWORD offset, DWORD length)
+{
+    for (int i = 0; i < 4; ++i)
+        block[offset + i] = static_cast<char>(length >> (8 * i));
+    return block;
+}
+
+class EncryptionTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(block.size(), kConfigBlockBytes) << "no provisioned study block (BRENNOCK_STUDY)";
+        ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, block));
+        DeleteFileW(kPackage);
+    }
+    std::string block = StudyBlock();
+};
+
+TEST_F(EncryptionTest, PackageFieldsAndCipherLengths)
+{
+    // Whole chunks of 32768 get no padding at all; anything else is padded
+    // up to the next multiple of 8.
+    struct Case { size_t plain, cipher; };
+    const Case cases[] = {{0, 0}, {1, 8}, {40000, 40008}, {32768, 32768}, {65536, 65536}, {32769, 32776}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.plain);
+        ASSERT_TRUE(WriteDiskFile(kPlain, Pattern(c.plain)));
+        ASSERT_EQ(EncryptFile(kPlain, kPackage), 1);
+        const std::string package = ReadFileBytes(kPackage);
+        ASSERT_EQ(Field32(package, 0), kPublicBlob);
+        // PUBLICKEYBLOB, version 2, CALG_RSA_SIGN, "RSA1", 1024 bits.
+        EXPECT_EQ(package.substr(4, 16), std::string("\x06\x02\x00\x00\x00\x24\x00\x00RSA1\x00\x04\x00\x00", 16));
+        ASSERT_EQ(Field32(package, 4 + kPublicBlob), kSignature);
+        const size_t b = 8 + kPublicBlob + kSignature;
+        ASSERT_EQ(Field32(package, b), kSessionBlob);
+        // SIMPLEBLOB of an RC2 key wrapped with CALG_RSA_KEYX.
+        EXPECT_EQ(package.substr(b + 4, 12), std::string("\x01\x02\x00\x00\x02\x66\x00\x00\x00\xa4\x00\x00", 12));
+        EXPECT_EQ(package.size(), kHeader + c.cipher);
+        KeepForChecks(kPlain, L"plain-" + std::to_wstring(c.plain) + L".bin");
+        KeepForChecks(kPackage, L"plain-" + std::to_wstring(c.plain) + L".ezip");
+    }
+    // Every session key is new: the same plain text again is other cipher text.
+    const std::string last = ReadFileBytes(kPackage);
+    ASSERT_EQ(EncryptFile(kPlain, kPackage), 1);
+    EXPECT_NE(ReadFileBytes(kPackage).substr(kHeader), last.substr(kHeader));
+}
+
+TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
+{
+    std::string untagged = block, garbledServer = block;
+    untagged.replace(kKeyTagOffset, 4, "XXXX");
+    garbledServer[kServerPublicKeyOffset + 4] = 0x55;  // not a key blob type
+    struct Case { const char* what; std::string block; std::wstring line; };
+    const Case cases[] = {
+        {"no key region", untagged, L"Error getting Public Signature Key Blob Body"},
+        {"no private key", WithBlobLength(block, kDevicePrivateKeyOffset, 0),
+         L"Getting Private Signature Key Blob from NVRAM"},
+        {"authority key larger than its buffer", WithBlobLength(block, kAuthorityPublicKeyOffset, 1030),
+         L"Error getting Public Signature Key Blob Body"},
+        {"no server key", WithBlobLength(block, kServerPublicKeyOffset, 0), L"from GetPublicEncryptionKeyBlob"},
+        {"private key cut short", WithBlobLength(block, kDevicePrivateKeyOffset, 100),
+         L"in CryptImportKey for Private Signature"},
+        {"server key garbled", garbledServer, L"CryptImportKey for Public Encryption Key"},
+    };
+    ASSERT_TRUE(WriteDiskFile(kPlain, Pattern(10)));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, c.block));
+        DebugCapture debug;
+        EXPECT_EQ(EncryptFile(kPlain, kPackage), 0);
+        EXPECT_FALSE(DiskFileExists(kPackage));
+        bool found = false;
+        for (const std::wstring& line : debug.Lines())
+            found = found || line == c.line ||
+                    (line.rfind(L"Error ", 0) == 0 && line.find(L" " + c.line + L" \n") != std::wstring::npos);
+        EXPECT_TRUE(found) << testing::PrintToString(debug.Lines());
+    }
+}
+
+TEST_F(EncryptionTest, AMissingInputIsFoundAtTheFirstRead)
+{
+    // The input is first read after the header and the session key are
+    // written: the package stops there, unsigned.
+    DeleteFileW(kPlain);
+    DebugCapture debug;
+    EXPECT_EQ(EncryptFile(kPlain, kPackage), 0);
+    EXPECT_TRUE(debug.Contains(L"reading data from input file for encryption"));
+    const std::string package = ReadFileBytes(kPackage);
+    EXPECT_EQ(package.size(), kHeader);
+    EXPECT_EQ(package.substr(8 + kPublicBlob, kSignature), std::string(kSignature, '\0'));
+}
+
+}  // namespace
