@@ -9,6 +9,8 @@
 #include "tests/tools/support/ToolsTestKit.h"
 #include "tools/crypto/RsaKey.h"
 #include "tools/ezip/Package.h"
+#include "tools/ezip/Receive.h"
+#include "tools/study/Study.h"
 
 namespace {
 
@@ -115,6 +117,32 @@ TEST(Ezip, DecryptsEveryPlainLengthAndBothEffectiveKeyLengths)
         EXPECT_EQ(package.effectiveBits(), bits) << length;
         EXPECT_EQ(decrypted, plain) << length;
     }
+}
+
+// With a 1024-bit server key, so that thousands of unwraps take a moment.
+TEST(Ezip, RefusesEverySingleBitFlip)
+{
+    TempDir temp;
+    std::string error;
+    const study::Pkey server = study::GenerateRsa(1024, &error);
+    const Bytes package = EncodePackage(Keys().device.get(), server.get(), StoredZip({{"a.txt", {'h', 'i'}}}));
+    study::Study study;
+    ASSERT_TRUE(study.Open(TheStudy().dir, &error)) << error;
+    study::ReceiveRequest request;
+    request.package = (temp / "flipped.ezip").string();
+    request.serverKey = server.get();
+    request.study = &study;
+    WriteBytes(request.package, package);
+    ASSERT_EQ(study::Receive(request).outcome, study::Outcome::kOk) << study::Receive(request).message;
+    size_t accepted = 0;
+    for (size_t bit = 0; bit < package.size() * 8; ++bit) {
+        Bytes flipped = package;
+        flipped[bit / 8] ^= static_cast<uint8_t>(1 << (bit % 8));
+        WriteBytes(request.package, flipped);
+        if (study::Receive(request).outcome == study::Outcome::kOk && ++accepted <= 5)
+            ADD_FAILURE() << "accepted with bit " << bit % 8 << " of byte " << bit / 8 << " flipped";
+    }
+    EXPECT_EQ(accepted, 0u) << "of " << package.size() * 8 << " flips";
 }
 
 // Cut short: 3 (truncated), or 5 where the cut falls on a whole block and

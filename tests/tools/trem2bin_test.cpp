@@ -72,6 +72,7 @@ TEST_F(Trem2Bin, WritesTheMemoryAndTheParameterFieldsForEachBlockCountTheControl
     const std::tuple<const char*, uint32_t, uint32_t> cases[] = {
         {"001000", 0x1000, 2},    // n = 16 + 1 (0x1000 mod 255 is 16): two blocks
         {"000FF0", 0x0FF0, 1},    // n = 15 (4080 mod 255 is 0): one block
+        {"0010EF", 0x10EF, 1},    // n = 16 (4335 mod 255 is 0): still one
         {"FFFEBE", 0, 1},         // bit 23: nothing recorded, n = 1
         {"002A00", 0x2A00, 3},    // n = 43
         {"0x1100", 0x1100, 2},    // as the control reads hexadecimal text
