@@ -20,7 +20,6 @@ void AudioFixture::SetUp()
     ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\Rec22k.wav", EmptyWave(kBenchRate)));
     control = CreateLocalControl();
     ASSERT_TRUE(control);
-    sink.onEvent = [this](DISPID) { ticks.push_back(GetTickCount()); };
     cookie = AdviseSink(control.Get(), &sink);
     ASSERT_NE(cookie, 0u);
 }
@@ -52,11 +51,10 @@ void AudioFixture::OpenInActivity()
 std::vector<AudioEvent> AudioFixture::Events() const
 {
     std::vector<AudioEvent> out;
-    for (size_t i = 0; i < sink.events.size(); ++i) {
-        const ReceivedEvent& e = sink.events[i];
+    for (const ReceivedEvent& e : sink.events) {
         if (e.id != kAudioPlayEnded && e.id != kAudioRecordEnded && e.id != kAudioRecordProgress)
             continue;
-        AudioEvent a{e.id, {}, i < ticks.size() ? ticks[i] : 0};
+        AudioEvent a{e.id, {}};
         for (auto it = e.args.rbegin(); it != e.args.rend(); ++it)
             a.args.push_back(it->vt == VT_I2 ? it->iVal : -99999);
         out.push_back(a);
@@ -73,14 +71,9 @@ std::vector<AudioEvent> AudioFixture::Events(DISPID id) const
     return out;
 }
 
-bool AudioFixture::WaitFor(DISPID id, size_t count, DWORD timeoutMs)
+bool AudioFixture::WaitFor(DISPID id, size_t count)
 {
-    return PumpUntil([&] { return Events(id).size() >= count; }, timeoutMs);
-}
-
-void AudioFixture::PumpFor(DWORD ms)
-{
-    PumpUntil([] { return false; }, ms);
+    return PumpUntil([&] { return Events(id).size() >= count; }, 30000);
 }
 
 std::vector<std::wstring> AudioFixture::Recordings() const
@@ -101,21 +94,18 @@ void AudioFixture::Keep(const std::wstring& diskPath, const std::wstring& name) 
     CopyFileW(diskPath.c_str(), (out + L"\\" + name).c_str(), FALSE);
 }
 
+// One line an event: its name and arguments.
 void AudioFixture::KeepEvents(const std::wstring& name) const
 {
     const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
-    if (out.empty())
-        return;
-    CreateDirectoryW(out.c_str(), nullptr);
-    FILE* f = _wfopen((out + L"\\" + name).c_str(), L"wb");
+    FILE* f = out.empty() ? nullptr : _wfopen((out + L"\\" + name).c_str(), L"wb");
     if (f == nullptr)
         return;
-    const DWORD t0 = ticks.empty() ? 0 : ticks.front();
     for (const AudioEvent& e : Events()) {
         std::fprintf(f, "%s", e.id == kAudioRecordProgress ? "progress" : e.id == kAudioRecordEnded ? "recordended" : "playended");
         for (int a : e.args)
             std::fprintf(f, " %d", a);
-        std::fprintf(f, " @%lu\n", static_cast<unsigned long>(e.tick - t0));
+        std::fprintf(f, "\n");
     }
     std::fclose(f);
 }

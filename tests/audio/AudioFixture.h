@@ -26,13 +26,11 @@ constexpr DISPID kAudioRecordProgress = 24;
 // The capture format of the bench: 22050 Hz, mono, 16-bit.
 constexpr DWORD kBenchRate = 22050;
 
-// An audio event with its arguments in declaration order, and when it came
-// (ms on the tick count).
+// An audio event with its arguments in declaration order.
 struct AudioEvent
 {
     DISPID id;
     std::vector<int> args;
-    DWORD tick;
 };
 
 // A 46-byte wave file of a PCM format with an empty data chunk.
@@ -51,11 +49,11 @@ protected:
     // The audio events so far, and those of one kind.
     std::vector<AudioEvent> Events() const;
     std::vector<AudioEvent> Events(DISPID id) const;
-    // Runs the message loop until an event of that kind has come (or 30 s).
-    bool WaitFor(DISPID id, size_t count = 1, DWORD timeoutMs = 30000);
+    // Runs the message loop until so many events of that kind have come (or 30 s).
+    bool WaitFor(DISPID id, size_t count = 1);
     // Runs the message loop for ms, so that an event that should not come
     // has had its chance.
-    void PumpFor(DWORD ms);
+    void PumpFor(DWORD ms) { PumpUntil([] { return false; }, ms); }
 
     // The ".wav" files in "\Device Temp".
     std::vector<std::wstring> Recordings() const;
@@ -69,5 +67,4 @@ protected:
     DWORD cookie = 0;
     DebugCapture debug;
     SimChannel sound{L"\\sound.log", L"\\sound.cmd"};
-    std::vector<DWORD> ticks;  // when each sink event came
 };

@@ -25,8 +25,7 @@ protected:
     {
         AudioFixture::SetUp();
         short ok = 0;
-        ASSERT_EQ(control->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
+        ASSERT_TRUE(control->Open(&ok) == S_OK && ok == 1);
     }
 };
 
@@ -36,7 +35,6 @@ TEST_F(PlayTest, AFileFromAnotherToolAndOneShorterThanABufferPlayWholeAndEndOnce
     for (const wchar_t* file : {L"sweep.wav", L"\\Device Software\\blip.wav"}) {
         SCOPED_TRACE(file);
         sink.events.clear();
-        ticks.clear();
         ASSERT_EQ(Script().Call(L"AudioPlay", {S::Str(file)}), S_OK);
         // Completion notices for headers the streams never queued change
         // nothing.
@@ -64,23 +62,18 @@ TEST_F(PlayTest, FilesThatCannotPlayFailTheCallAndRaiseNothing)
     ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\odd.wav", EmptyWave(kBenchRate, 16, 1, 0x1234)));
     ASSERT_TRUE(WriteDiskFile(L"\\Device Software\\junk.wav", "RIFF junk"));
     const std::wstring failed = L"AudioPlay - Play failed.\r\n";
-    struct Case
-    {
-        const wchar_t* file;
-        std::vector<std::wstring> lines;
-    };
-    const std::vector<Case> cases = {
+    const std::pair<const wchar_t*, std::vector<std::wstring>> cases[] = {
         {L"missing.wav",
          {L"File open failed: \\Device Software\\missing.wav\r\n", L"File open failed: \\Device Software\\missing.wav\r\n",
           failed}},
         {L"junk.wav", {L"File open failed: \\Device Software\\junk.wav\r\n", failed}},
         {L"odd.wav", {failed}},  // a format no device takes
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.file);
+    for (const auto& [file, lines] : cases) {
+        SCOPED_TRACE(file);
         debug.Clear();
-        EXPECT_EQ(Script().Call(L"AudioPlay", {S::Str(c.file)}), E_FAIL);
-        EXPECT_EQ(debug.Lines(), c.lines);
+        EXPECT_EQ(Script().Call(L"AudioPlay", {S::Str(file)}), E_FAIL);
+        EXPECT_EQ(debug.Lines(), lines);
     }
     debug.Clear();
     EXPECT_EQ(control->AudioPlay(nullptr), E_FAIL);

@@ -1,6 +1,4 @@
-// CWaveFile against files made byte by byte here: the header it writes, the
-// files it refuses, two data chunks read as one, decimation by whole factors
-// only. File bytes are read back raw, never through CWaveFile itself.
+// CWaveFile against files made byte by byte here, its own files read back raw.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,37 +14,24 @@ namespace {
 
 const wchar_t kFile[] = L"\\wavefile-test.wav";
 
-std::string U32(DWORD v)
-{
-    return std::string(reinterpret_cast<const char*>(&v), 4);
-}
+std::string U32(DWORD v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
+std::string U16(WORD v) { return std::string(reinterpret_cast<const char*>(&v), 2); }
 
-std::string U16(WORD v)
-{
-    return std::string(reinterpret_cast<const char*>(&v), 2);
-}
-
-// A PCM format record of size bytes (14, 16 or 18).
-std::string Fmt(DWORD rate, WORD bits, WORD channels, size_t size = 16)
+WAVEFORMATEX Pcm(DWORD rate, WORD bits = 16, WORD channels = 1)
 {
     const WORD align = static_cast<WORD>(bits / 8 * channels);
-    std::string f = U16(WAVE_FORMAT_PCM) + U16(channels) + U32(rate) + U32(rate * align) + U16(align);
-    if (size >= 16)
-        f += U16(bits);
-    if (size >= 18)
-        f += U16(0);
-    return f;
+    return {WAVE_FORMAT_PCM, channels, rate, rate * align, align, bits, 0};
 }
 
-std::string Chunk(const char* id, const std::string& body)
+// A PCM format record of size bytes (14, 16 or 18): the structure's first bytes.
+std::string Fmt(DWORD rate, WORD bits, WORD channels, size_t size = 16)
 {
-    return std::string(id, 4) + U32(static_cast<DWORD>(body.size())) + body;
+    const WAVEFORMATEX f = Pcm(rate, bits, channels);
+    return std::string(reinterpret_cast<const char*>(&f), size);
 }
 
-std::string Riff(const std::string& chunks)
-{
-    return "RIFF" + U32(static_cast<DWORD>(4 + chunks.size())) + "WAVE" + chunks;
-}
+std::string Chunk(const char* id, const std::string& body) { return id + U32(DWORD(body.size())) + body; }
+std::string Riff(const std::string& chunks) { return "RIFF" + U32(DWORD(4 + chunks.size())) + "WAVE" + chunks; }
 
 std::string Samples(std::initializer_list<short> values)
 {
@@ -54,18 +39,6 @@ std::string Samples(std::initializer_list<short> values)
     for (short v : values)
         s += U16(static_cast<WORD>(v));
     return s;
-}
-
-WAVEFORMATEX Pcm(DWORD rate, WORD bits = 16, WORD channels = 1)
-{
-    WAVEFORMATEX f = {};
-    f.wFormatTag = WAVE_FORMAT_PCM;
-    f.nChannels = channels;
-    f.nSamplesPerSec = rate;
-    f.wBitsPerSample = bits;
-    f.nBlockAlign = static_cast<WORD>(bits / 8 * channels);
-    f.nAvgBytesPerSec = rate * f.nBlockAlign;
-    return f;
 }
 
 // Every sample byte a reader gets, read in calls of step bytes until 0 come.
@@ -124,19 +97,17 @@ TEST_F(WaveFileTest, AFormatWithExtraBytesIsWrittenWholeAndAWriterNeverClosedKee
     EXPECT_EQ(bytes.substr(42, 8), "data" + U32(0));
 }
 
-struct ReadCase
-{
-    const char* what;
-    std::string bytes;
-    bool opens;
-    std::string samples;  // what the reader gets, when it opens
-};
-
 TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRest)
 {
     const std::string fmt16 = Chunk("fmt ", Fmt(22050, 16, 1, 16));
     const std::string a = Samples({10, 20, 30}), b = Samples({-1, -2});
-    const std::vector<ReadCase> cases = {
+    const struct
+    {
+        const char* what;
+        std::string bytes;
+        bool opens;
+        std::string samples;  // what the reader gets, when it opens
+    } cases[] = {
         {"16-byte format, one data chunk", Riff(fmt16 + Chunk("data", a)), true, a},
         {"14-byte format", Riff(Chunk("fmt ", Fmt(22050, 16, 1, 14)) + Chunk("data", a)), true, a},
         {"two data chunks read as one", Riff(fmt16 + Chunk("data", a) + Chunk("data", b)), true, a + b},
@@ -153,7 +124,7 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
         {"shorter than a RIFF header", "RIFF", false, ""},
         {"a format chunk cut short", Riff(fmt16).substr(0, 30), false, ""},
     };
-    for (const ReadCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ASSERT_TRUE(WriteDiskFile(kFile, c.bytes));
         CWaveFile file;

@@ -42,6 +42,8 @@ check "unzip -t compress.zip" unzip -tq "$disk/compress.zip"
 check "unzip -t stored.zip" unzip -tq "$disk/stored.zip"
 check "zipfile: compress.zip" python3 "$checker" --method 8 "$disk/compress.zip" "$disk/Device Temp"
 check "zipfile: stored.zip" python3 "$checker" --method 0 "$disk/stored.zip" "$disk/Device Temp"
-check "zipfile: empty.zip" python3 "$checker" --glob '*.none' "$disk/empty.zip" "$disk/emptycase"
+check "zipfile: out.zip, without itself or its temporary file" \
+  python3 "$checker" --glob a.txt "$disk/self/out.zip" "$disk/self"
+check "zipfile: locked.zip, once the file was free" python3 "$checker" "$disk/locked.zip" "$disk/locked"
 
 exit $failures

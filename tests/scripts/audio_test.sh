@@ -1,10 +1,8 @@
 #!/usr/bin/env bash
-# Recording and playback end to end on the bench's sound server: the sounds
-# are made here (speech by espeak-ng, sweeps and a tone by sox), the audio
-# test program runs under scripts/simrun --sound, and what it recorded and
-# played is then checked sample for sample by tests/scripts/audio_check.py
-# (Python's wave module, not the control's reader). The full-disk case runs
-# again with "\Device Temp" on a small file system.
+# Recording and playback on the bench's sound server: the audio test program
+# under scripts/simrun --sound with sounds made here, then what it recorded
+# and played checked sample for sample by tests/scripts/audio_check.py; the
+# full-disk case again with "\Device Temp" on a small file system.
 #   audio_test.sh TEST_AUDIO_EXE
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)

@@ -1,20 +1,16 @@
-// motr2csv on real .motr files: each test writes a recording byte by byte as
-// the recorder lays it out, runs the tool's binary on it and reads what it
-// wrote.
+// motr2csv on .motr files written byte by byte as the recorder lays them out.
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <tuple>
 #include <vector>
+
+#include "tests/tools/support/ToolsTestKit.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using toolstest::Bytes;
 
 const char kColumns[] =
     "index,offset,ticks,ticks_since_go,ms_since_go,event,delta_ticks,pegs_left,pegs_right,hc08_rev,"
@@ -47,84 +43,43 @@ std::string Hex(const Bytes& bytes)
     return s;
 }
 
-std::string ReadAll(const std::string& path)
+std::string Text(const Bytes& bytes)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return std::string(bytes.begin(), bytes.end());
 }
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-// One packet of a recording and the row it should give, without the index,
-// offset and bytes columns (the test adds those from where it put the packet).
-struct Case
-{
-    Bytes packet;
-    std::string row;  // ticks .. problem
-};
 
 class Motr2Csv : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char templ[] = "/tmp/motr2csv-test.XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-        motr = dir + "/test.motr";
-    }
-
-    void TearDown() override
-    {
-        std::string rm = "rm -rf '" + dir + "'";
-        EXPECT_EQ(std::system(rm.c_str()), 0);
-    }
-
-    void Write(const Bytes& bytes)
-    {
-        std::ofstream f(motr, std::ios::binary);
-        f.write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    }
-
-    // Writes the header and the packets, runs the tool on them and checks each row.
-    void ExpectRows(const std::vector<Case>& cases)
+    // Writes the header and the packets, each with the row it should give
+    // from its ticks to its problem column, runs the tool and checks the rows.
+    void ExpectRows(const std::vector<std::pair<Bytes, std::string>>& cases)
     {
         Bytes file = kHeader;
-        std::vector<std::string> expected = {kColumns};
-        for (const Case& c : cases) {
-            expected.push_back(std::to_string(expected.size() - 1) + "," + std::to_string(file.size()) + "," +
-                               c.row + "," + Hex(c.packet));
-            file.insert(file.end(), c.packet.begin(), c.packet.end());
+        std::string expected = std::string(kColumns) + "\n";
+        for (size_t i = 0; i < cases.size(); ++i) {
+            const auto& [packet, row] = cases[i];
+            expected += std::to_string(i) + "," + std::to_string(file.size()) + "," + row + "," + Hex(packet) + "\n";
+            file.insert(file.end(), packet.begin(), packet.end());
         }
-        Write(file);
-        ASSERT_EQ(Run(motr), 0) << err;
-        std::vector<std::string> lines = Lines(out);
-        ASSERT_EQ(lines.size(), expected.size()) << out;
-        for (size_t i = 0; i < lines.size(); ++i)
-            EXPECT_EQ(lines[i], expected[i]) << "line " << i;
+        toolstest::WriteBytes(motr, file);
+        ASSERT_EQ(Run("'" + motr.string() + "'"), 0) << err;
+        EXPECT_EQ(out, expected);
     }
 
     // The exit status; what the tool wrote goes to out and err.
     int Run(const std::string& args)
     {
-        const std::string command = std::string("'") + MOTR2CSV_BIN + "' " + args + " >'" + dir + "/stdout' 2>'" +
-                                    dir + "/stderr'";
-        const int status = std::system(command.c_str());
-        out = ReadAll(dir + "/stdout");
-        err = ReadAll(dir + "/stderr");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        const toolstest::RunResult run = toolstest::Shell(std::string("('") + MOTR2CSV_BIN + "' " + args + " 2>'" +
+                                                          (dir / "stderr").string() + "')");
+        out = run.output;
+        err = Text(toolstest::ReadBytes(dir / "stderr"));
+        return run.code;
     }
 
-    std::string dir, motr, out, err;
+    toolstest::TempDir dir;
+    toolstest::fs::path motr = dir / "test.motr";
+    std::string out, err;
 };
 
 TEST_F(Motr2Csv, DecodesEveryPacketKindWithTimeSinceGoAsTheLinkCountsIt)
@@ -193,7 +148,7 @@ TEST_F(Motr2Csv, FlagsDamagedPacketsAndKeepsTheirGoOutOfTheCount)
          "600,500,500.000,HC08Reset,,,,,,,,,,bad payload size"},
         {Packet({0x11, 0x05, 0, 0x02, 0x58, 0x03}), "600,500,500.000,CmdResponse,,,,,,,,,,bad payload size"},
     });
-    EXPECT_EQ(err, "motr2csv: " + motr + ": 7 packets flagged in the problem column\n");
+    EXPECT_EQ(err, "motr2csv: " + motr.string() + ": 7 packets flagged in the problem column\n");
 }
 
 TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
@@ -205,12 +160,7 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
         file.insert(file.end(), tail.begin(), tail.end());
         return file;
     };
-    const struct
-    {
-        const char* what;
-        Bytes file;
-        std::string error;
-    } cases[] = {
+    const std::tuple<const char*, Bytes, std::string> cases[] = {
         {"empty", {}, "byte 0: header cut short (0 of 6 bytes)"},
         {"header cut short", {'M', 'O', 'T', 'R', 0x00}, "byte 5: header cut short (5 of 6 bytes)"},
         {"another format", {'R', 'I', 'F', 'F', 0x24, 0x00, 0x00, 0x00},
@@ -229,13 +179,13 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
         {"host command class", recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
          "packet 1 at byte 21: unknown class 0x5A"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        Write(c.file);
-        EXPECT_EQ(Run("'" + motr + "' -o '" + dir + "/out.csv'"), 1);
-        EXPECT_EQ(err, "motr2csv: " + motr + ": " + c.error + "\n");
+    for (const auto& [what, file, error] : cases) {
+        SCOPED_TRACE(what);
+        toolstest::WriteBytes(motr, file);
+        EXPECT_EQ(Run("'" + motr.string() + "' -o '" + (dir / "out.csv").string() + "'"), 1);
+        EXPECT_EQ(err, "motr2csv: " + motr.string() + ": " + error + "\n");
         EXPECT_EQ(out, "");
-        EXPECT_NE(access((dir + "/out.csv").c_str(), F_OK), 0) << "output written for a file that failed";
+        EXPECT_FALSE(toolstest::fs::exists(dir / "out.csv")) << "output written for a file that failed";
     }
 }
 
@@ -243,17 +193,17 @@ TEST_F(Motr2Csv, WritesTheFileGivenAndTheHeaderOnRequest)
 {
     Bytes file = kHeader;
     file.insert(file.end(), kReset.begin(), kReset.end());
-    Write(file);
-    ASSERT_EQ(Run("'" + motr + "' -o '" + dir + "/out.csv'"), 0) << err;
+    toolstest::WriteBytes(motr, file);
+    ASSERT_EQ(Run("'" + motr.string() + "' -o '" + (dir / "out.csv").string() + "'"), 0) << err;
     EXPECT_EQ(out, "");
-    EXPECT_EQ(ReadAll(dir + "/out.csv"),
+    EXPECT_EQ(Text(toolstest::ReadBytes(dir / "out.csv")),
               std::string(kColumns) + "\n0,6,0,,,HC08Reset,,,,3,7,2,1000,5,,," + Hex(kReset) + "\n");
 
-    ASSERT_EQ(Run("--header '" + motr + "'"), 0) << err;
+    ASSERT_EQ(Run("--header '" + motr.string() + "'"), 0) << err;
     EXPECT_EQ(out, "field,value\nmagic,MOTR\nversion,256\npacket_bytes,15\npackets,1\n");
 
     EXPECT_EQ(Run(""), 2);
-    EXPECT_EQ(Run("'" + motr + "' --bogus"), 2);
+    EXPECT_EQ(Run("'" + motr.string() + "' --bogus"), 2);
 }
 
 }  // namespace

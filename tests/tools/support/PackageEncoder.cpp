@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "tests/tools/support/ToolsTestKit.h"
+#include "tools/crypto/KeyBlob.h"
 #include "tools/crypto/RsaKey.h"
 
 namespace toolstest {
@@ -18,44 +19,17 @@ using study::ByteView;
 
 namespace {
 
-uint32_t Le(const uint8_t* p)
-{
-    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<uint32_t>(p[3]) << 24);
-}
-
 void PutLe(Bytes& b, uint32_t v)
 {
     for (int i = 0; i < 4; ++i)
         b.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-Bignum Number(const uint8_t* p, size_t width)
+// A field after its length.
+void PutField(Bytes& b, const Bytes& field)
 {
-    return Bignum(BN_lebin2bn(p, static_cast<int>(width), nullptr));
-}
-
-// An RSA key from the blob at p: the numbers after the 20 header bytes, in
-// order, little-endian.
-study::Pkey KeyOfBlob(const uint8_t* p, bool withPrivate)
-{
-    const size_t bits = Le(p + 12), full = bits / 8, half = bits / 16;
-    study::RsaNumbers numbers;
-    numbers.e = Number(p + 16, 4);
-    const uint8_t* at = p + 20;
-    numbers.n = Number(at, full);
-    if (withPrivate) {
-        at += full;
-        numbers.p = Number(at, half);
-        numbers.q = Number(at + half, half);
-        numbers.dp = Number(at + 2 * half, half);
-        numbers.dq = Number(at + 3 * half, half);
-        numbers.qinv = Number(at + 4 * half, half);
-        numbers.d = Number(at + 5 * half, full);
-    }
-    std::string error;
-    study::Pkey key = study::KeyFromNumbers(numbers, &error);
-    EXPECT_NE(key, nullptr) << error;
-    return key;
+    PutLe(b, static_cast<uint32_t>(field.size()));
+    b.insert(b.end(), field.begin(), field.end());
 }
 
 Bytes Reversed(Bytes bytes)
@@ -71,9 +45,15 @@ bool ReadBlockKeys(const std::filesystem::path& path, BlockKeys* keys)
     const Bytes block = ReadBytes(path);
     if (block.size() != 4660 || std::string(block.begin() + 2612, block.begin() + 2616) != "ZOLW")
         return false;
-    keys->authority = KeyOfBlob(block.data() + 2628, false);
-    keys->device = KeyOfBlob(block.data() + 3136, true);
-    keys->server = KeyOfBlob(block.data() + 4156, false);
+    // Each blob after its length, in a slot of so many bytes.
+    auto blob = [&](size_t at, size_t room) {
+        return ByteView(block.data() + at + 4, std::min<size_t>(Le32(block.data() + at), room));
+    };
+    std::string error;
+    keys->authority = study::capi::ReadPublicBlob(blob(2624, 504), study::capi::kCalgRsaSign, &error);
+    keys->device = study::capi::ReadPrivateBlob(blob(3132, 1016), study::capi::kCalgRsaSign, &error);
+    keys->server = study::capi::ReadPublicBlob(blob(4152, 504), study::capi::kCalgRsaKeyx, &error);
+    EXPECT_TRUE(keys->authority && keys->device && keys->server) << error;
     return keys->authority && keys->device && keys->server;
 }
 
@@ -110,8 +90,7 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
 
     // MD5 over B, the blob and the plain text.
     Bytes hashed;
-    PutLe(hashed, static_cast<uint32_t>(sessionBlob.size()));
-    hashed.insert(hashed.end(), sessionBlob.begin(), sessionBlob.end());
+    PutField(hashed, sessionBlob);
     hashed.insert(hashed.end(), plain.begin(), plain.end());
     uint8_t digest[16];
     unsigned int digestBytes = 0;
@@ -157,12 +136,9 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
     signature = Reversed(signature);
 
     Bytes package;
-    PutLe(package, static_cast<uint32_t>(publicBlob.size()));
-    package.insert(package.end(), publicBlob.begin(), publicBlob.end());
-    PutLe(package, static_cast<uint32_t>(signature.size()));
-    package.insert(package.end(), signature.begin(), signature.end());
-    PutLe(package, static_cast<uint32_t>(sessionBlob.size()));
-    package.insert(package.end(), sessionBlob.begin(), sessionBlob.end());
+    PutField(package, publicBlob);
+    PutField(package, signature);
+    PutField(package, sessionBlob);
     package.insert(package.end(), cipher.begin(), cipher.end());
     return package;
 }

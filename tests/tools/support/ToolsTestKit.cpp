@@ -58,6 +58,11 @@ Bytes ReadBytes(const fs::path& path)
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+uint32_t Le32(const uint8_t* p)
+{
+    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+
 void WriteBytes(const fs::path& path, ByteView bytes)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -75,58 +80,30 @@ Bytes RandomBytes(size_t count)
 Bytes StoredZip(const std::vector<std::pair<std::string, Bytes>>& entries)
 {
     Bytes zip, central;
-    auto put16 = [](Bytes& b, uint32_t v) {
-        b.push_back(static_cast<uint8_t>(v));
-        b.push_back(static_cast<uint8_t>(v >> 8));
-    };
-    auto put32 = [&](Bytes& b, uint32_t v) {
-        put16(b, v & 0xFFFF);
-        put16(b, v >> 16);
+    // Little-endian fields of so many bytes each.
+    auto put = [](Bytes& b, std::initializer_list<std::pair<uint32_t, int>> fields) {
+        for (const auto& [value, width] : fields)
+            for (int i = 0; i < width; ++i)
+                b.push_back(static_cast<uint8_t>(value >> (8 * i)));
     };
     for (const auto& [name, data] : entries) {
-        const uint32_t offset = static_cast<uint32_t>(zip.size());
-        const uint32_t crc = static_cast<uint32_t>(crc32_z(0, data.data(), data.size()));
-        put32(zip, 0x04034b50);
-        put16(zip, 10);  // version needed
-        put16(zip, 0);   // flags
-        put16(zip, 0);   // stored
-        put32(zip, 0);   // time, date
-        put32(zip, crc);
-        put32(zip, static_cast<uint32_t>(data.size()));
-        put32(zip, static_cast<uint32_t>(data.size()));
-        put16(zip, static_cast<uint32_t>(name.size()));
-        put16(zip, 0);
+        const auto offset = static_cast<uint32_t>(zip.size()), size = static_cast<uint32_t>(data.size()),
+                   crc = static_cast<uint32_t>(crc32_z(0, data.data(), data.size())),
+                   length = static_cast<uint32_t>(name.size());
+        // Version 1.0 needed, no flags, stored, no time or date, no extra field.
+        put(zip, {{0x04034b50, 4}, {10, 2}, {0, 2}, {0, 2}, {0, 4}, {crc, 4}, {size, 4}, {size, 4}, {length, 2},
+                  {0, 2}});
         zip.insert(zip.end(), name.begin(), name.end());
         zip.insert(zip.end(), data.begin(), data.end());
-
-        put32(central, 0x02014b50);
-        put16(central, 20);  // made by
-        put16(central, 10);
-        put16(central, 0);
-        put16(central, 0);
-        put32(central, 0);
-        put32(central, crc);
-        put32(central, static_cast<uint32_t>(data.size()));
-        put32(central, static_cast<uint32_t>(data.size()));
-        put16(central, static_cast<uint32_t>(name.size()));
-        put16(central, 0);  // extra
-        put16(central, 0);  // comment
-        put16(central, 0);  // disk
-        put16(central, 0);  // internal attributes
-        put32(central, 0);  // external attributes
-        put32(central, offset);
+        // The same, made by 2.0, with no comment, disk 0, no attributes.
+        put(central, {{0x02014b50, 4}, {20, 2}, {10, 2}, {0, 2}, {0, 2}, {0, 4}, {crc, 4}, {size, 4}, {size, 4},
+                      {length, 2}, {0, 2}, {0, 2}, {0, 2}, {0, 2}, {0, 4}, {offset, 4}});
         central.insert(central.end(), name.begin(), name.end());
     }
-    const uint32_t cdOffset = static_cast<uint32_t>(zip.size());
+    const auto at = static_cast<uint32_t>(zip.size()), count = static_cast<uint32_t>(entries.size());
     zip.insert(zip.end(), central.begin(), central.end());
-    put32(zip, 0x06054b50);
-    put16(zip, 0);
-    put16(zip, 0);
-    put16(zip, static_cast<uint32_t>(entries.size()));
-    put16(zip, static_cast<uint32_t>(entries.size()));
-    put32(zip, static_cast<uint32_t>(central.size()));
-    put32(zip, cdOffset);
-    put16(zip, 0);
+    put(zip, {{0x06054b50, 4}, {0, 2}, {0, 2}, {count, 2}, {count, 2}, {static_cast<uint32_t>(central.size()), 4},
+              {at, 4}, {0, 2}});
     return zip;
 }
 

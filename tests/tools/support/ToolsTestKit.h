@@ -44,6 +44,7 @@ std::string Provision();
 std::string Ezip();
 
 Bytes ReadBytes(const fs::path& path);
+uint32_t Le32(const uint8_t* p);
 void WriteBytes(const fs::path& path, ByteView bytes);
 Bytes RandomBytes(size_t count);
 
