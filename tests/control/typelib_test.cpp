@@ -243,18 +243,6 @@ TEST_F(TypeLibTest, LibraryTypesAndFlags)
     EXPECT_EQ(flags, TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE);
     Ref(vtbl.Get(), 0, &guid);
     EXPECT_EQ(guid, IID_IDispatch);
-
-    // The coclass: IBrennock by default, the events as its default source.
-    ComPtr<ITypeInfo> coclass = Info(CLSID_Brennock);
-    const std::pair<GUID, INT> impls[] = {{IID_IBrennock, IMPLTYPEFLAG_FDEFAULT},
-                                          {DIID__IBrennockEvents, IMPLTYPEFLAG_FDEFAULT | IMPLTYPEFLAG_FSOURCE}};
-    for (UINT i = 0; i < 2; ++i) {
-        INT implFlags = 0;
-        EXPECT_HRESULT_SUCCEEDED(coclass->GetImplTypeFlags(i, &implFlags));
-        EXPECT_EQ(implFlags, impls[i].second);
-        Ref(coclass.Get(), i, &guid);
-        EXPECT_EQ(guid, impls[i].first);
-    }
 }
 
 TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
