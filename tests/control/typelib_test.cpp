@@ -3,6 +3,7 @@
 // event, with dispatch ids, names and types, against one transcript.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -162,6 +163,13 @@ std::vector<std::wstring> Transcript(ITypeInfo* info)
     return out;
 }
 
+void ExpectLines(const std::vector<std::wstring>& got, const std::vector<std::wstring>& want)
+{
+    const std::wstring none = L"<none>";
+    for (size_t i = 0; i < std::max(got.size(), want.size()); ++i)
+        EXPECT_EQ(i < got.size() ? got[i] : none, i < want.size() ? want[i] : none) << "line " << i;
+}
+
 class TypeLibTest : public ::testing::Test
 {
 protected:
@@ -248,7 +256,7 @@ TEST_F(TypeLibTest, LibraryTypesAndFlags)
 TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
 {
     GUID guid;
-    EXPECT_EQ(Transcript(Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid).Get()), kMembers);
+    ExpectLines(Transcript(Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid).Get()), kMembers);
 
     // The control's own IDispatch binds the same names to the same ids.
     ComPtr<IBrennock> control = CreateRegisteredControl();
@@ -265,7 +273,7 @@ TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
 
 TEST_F(TypeLibTest, EventMembers)
 {
-    EXPECT_EQ(Transcript(Info(DIID__IBrennockEvents).Get()), kEvents);
+    ExpectLines(Transcript(Info(DIID__IBrennockEvents).Get()), kEvents);
 }
 
 }  // namespace
