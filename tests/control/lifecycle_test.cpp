@@ -232,9 +232,7 @@ TEST_F(LifecycleTest, SiteAccessorsAssertOnMissingManagers)
     ComPtr<IBrennock> local = CreateLocalControl();
     IManagerSite* site = AsControl(local.Get());
     const size_t before = AssertLines();
-    EXPECT_EQ(site->GetTestManager(), nullptr);
-    EXPECT_EQ(site->GetGpio(), nullptr);
-    EXPECT_EQ(site->GetDebugLog(), nullptr);
+    EXPECT_TRUE(!site->GetTestManager() && !site->GetGpio() && !site->GetDebugLog());
     EXPECT_EQ(AssertLines(), before + 3);
     std::string asserts = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
     EXPECT_NE(asserts.rfind("Brennock.cpp line "), std::string::npos) << asserts;

@@ -44,38 +44,35 @@ std::wstring Value(const std::wstring& path, const wchar_t* name = nullptr)
 
 const std::wstring kClassKey = std::wstring(L"CLSID\\") + BRENNOCK_CLSID_TEXT;
 
-void ExpectRegistered(std::wstring dll)
+void ExpectRegistered(const std::wstring& dll)
 {
+    // Key, then "|name" for a named value, and the value.
     const std::wstring cls = kClassKey + L"\\", clsid = BRENNOCK_CLSID_TEXT;
-    const struct
-    {
-        std::wstring key;
-        const wchar_t* name;
-        std::wstring value;
-    } values[] = {
-        {L"BrennockControl.Brennock.1", nullptr, L"Brennock Class"},
-        {L"BrennockControl.Brennock.1\\CLSID", nullptr, clsid},
-        {L"BrennockControl.Brennock", nullptr, L"Brennock Class"},
-        {L"BrennockControl.Brennock\\CLSID", nullptr, clsid},
-        {L"BrennockControl.Brennock\\CurVer", nullptr, L"BrennockControl.Brennock.1"},
-        {kClassKey, nullptr, L"Brennock Class"},
-        {cls + L"ProgID", nullptr, L"BrennockControl.Brennock.1"},
-        {cls + L"VersionIndependentProgID", nullptr, L"BrennockControl.Brennock"},
-        {cls + L"InprocServer32", nullptr, dll},
-        {cls + L"InprocServer32", L"ThreadingModel", L"Free"},
-        {cls + L"ToolboxBitmap32", nullptr, dll + L", 101"},
-        {cls + L"MiscStatus", nullptr, L"0"},
-        {cls + L"MiscStatus\\1", nullptr, L"131473"},
-        {cls + L"TypeLib", nullptr, std::wstring(BRENNOCK_LIBID_TEXT)},
-        {cls + L"Version", nullptr, L"1.0"},
-        {std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT + L"\\1.0", nullptr, L"BrennockControl 1.0 Type Library"},
-        {L"Interface\\{6F1D2A42-8C3B-4E52-9A7D-3B0E5C1F7A21}", nullptr, L"IBrennock"},
+    const std::pair<std::wstring, std::wstring> values[] = {
+        {L"BrennockControl.Brennock.1", L"Brennock Class"},
+        {L"BrennockControl.Brennock.1\\CLSID", clsid},
+        {L"BrennockControl.Brennock", L"Brennock Class"},
+        {L"BrennockControl.Brennock\\CLSID", clsid},
+        {L"BrennockControl.Brennock\\CurVer", L"BrennockControl.Brennock.1"},
+        {kClassKey, L"Brennock Class"},
+        {cls + L"ProgID", L"BrennockControl.Brennock.1"},
+        {cls + L"VersionIndependentProgID", L"BrennockControl.Brennock"},
+        {cls + L"InprocServer32", dll},
+        {cls + L"InprocServer32|ThreadingModel", L"Free"},
+        {cls + L"ToolboxBitmap32", dll + L", 101"},
+        {cls + L"MiscStatus", L"0"},
+        {cls + L"MiscStatus\\1", L"131473"},
+        {cls + L"TypeLib", BRENNOCK_LIBID_TEXT},
+        {cls + L"Version", L"1.0"},
+        {std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT + L"\\1.0", L"BrennockControl 1.0 Type Library"},
+        {L"Interface\\{6F1D2A42-8C3B-4E52-9A7D-3B0E5C1F7A21}", L"IBrennock"},
     };
-    for (const auto& v : values) {
-        std::wstring got = Value(v.key, v.name);
-        if (v.value.find(dll) == 0 && _wcsnicmp(got.c_str(), dll.c_str(), dll.size()) == 0)
+    for (const auto& [where, want] : values) {
+        const size_t bar = where.find(L'|');
+        std::wstring got = Value(where.substr(0, bar), bar == std::wstring::npos ? nullptr : &where[bar + 1]);
+        if (_wcsnicmp(got.c_str(), dll.c_str(), dll.size()) == 0)
             got.replace(0, dll.size(), dll);  // the path's case is Wine's
-        EXPECT_EQ(got, v.value) << testing::PrintToString(v.key);
+        EXPECT_EQ(got, want) << testing::PrintToString(where);
     }
     for (const wchar_t* bare : {L"Programmable", L"Control", L"Insertable"})
         EXPECT_TRUE(KeyExists(cls + bare)) << testing::PrintToString(std::wstring(bare));
