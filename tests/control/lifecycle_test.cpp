@@ -1,89 +1,19 @@
-// The control's lifecycle and method guards, through its vtable as compiled
-// clients call it.
+// The control's lifecycle and method guards, as compiled clients and scripts
+// call it.
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <map>
+#include <set>
 
 #include "control/Module.h"
+#include "session/FlashAccess.h"
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
 #include "tests/support/DeviceDisk.h"
 
 namespace {
 
-struct GuardCase
-{
-    const wchar_t* text;
-    std::function<HRESULT(IBrennock*)> call;
-};
-
-std::vector<GuardCase> GuardedMethods()
-{
-    BSTR s = nullptr;  // guards come before argument checks
-    return {
-        {L"SetWatchPower - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SetWatchPower(1); }},
-        {L"SetBacklightPower - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SetBacklightPower(1); }},
-        {L"CancelBlinkLed - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->CancelBlinkLed(1); }},
-        {L"BlinkLed - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->BlinkLed(1, 2, 500); }},
-        {L"SetLedState - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SetLedState(1, 1); }},
-        {L"get_PracticeMode - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_PracticeMode(&v); }},
-        {L"ActivityConfig - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->ActivityConfig(1, s, 10, 10); }},
-        {L"ActivityStart - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->ActivityStart(0); }},
-        {L"ActivityEndNormal - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->ActivityEndNormal(); }},
-        {L"ActivityCancel - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->ActivityCancel(); }},
-        {L"QuestionResponse - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->QuestionResponse(s, s); }},
-        {L"WatchSaveStart - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->WatchSaveStart(s); }},
-        {L"WatchSaveCancel - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->WatchSaveCancel(); }},
-        {L"WatchDataDestroyStart - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->WatchDataDestroyStart(); }},
-        {L"SimHC08Reset - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimHC08Reset(1, 2, 3, 999.9, 0); }},
-        {L"SimTimerGo - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimTimerGo(5); }},
-        {L"SimTimerRollover - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimTimerRollover(); }},
-        {L"SimDigitoLeftDownward - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimDigitoLeftDownward(1, 2); }},
-        {L"SimDigitoLeftUpward - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimDigitoLeftUpward(1, 2); }},
-        {L"SimDigitoRightDownward - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimDigitoRightDownward(1, 2); }},
-        {L"SimDigitoRightUpward - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimDigitoRightUpward(1, 2); }},
-        {L"SimCapsitLeftDown - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimCapsitLeftDown(1); }},
-        {L"SimCapsitLeftUp - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimCapsitLeftUp(1); }},
-        {L"SimCapsitRightDown - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimCapsitRightDown(1); }},
-        {L"SimCapsitRightUp - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimCapsitRightUp(1); }},
-        {L"SimPegsMap - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimPegsMap(1, 2, 3); }},
-        {L"SimWatchVisible - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimWatchVisible(1); }},
-        {L"AudioPlay - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->AudioPlay(s); }},
-        {L"AudioPlay - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->CancelAudioPlay(); }},
-        {L"TimerStart - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->TimerStart(1, 0.5); }},
-        {L"CancelTimer - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->CancelTimer(-1); }},
-        {L"get_CurrentFolder - Open() not called beforehand.\r\n", [](IBrennock* c) { BSTR v = nullptr; return c->get_CurrentFolder(&v); }},
-        {L"put_CurrentFolder - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->put_CurrentFolder(s); }},
-        {L"ActivityBeep - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->ActivityBeep(); }},
-        {L"get_HaveHardware - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_HaveHardware(&v); }},
-        {L"SimLidMoved - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimLidMoved(1); }},
-        {L"get_FreeStoreMB - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_FreeStoreMB(&v); }},
-        {L"get_RecFormat - Open() not called beforehand.\r\n", [](IBrennock* c) { BSTR v = nullptr; return c->get_RecFormat(&v); }},
-        {L"put_RecFormat - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->put_RecFormat(s); }},
-        {L"put_RecStartTimeoutS - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_RecStartTimeoutS(&v); }},
-        {L"put_RecStartTimeoutS - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->put_RecStartTimeoutS(3); }},
-        {L"AudioRecord - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->AudioRecord(0, 10); }},
-        {L"CancelAudioRecord - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->CancelAudioRecord(); }},
-        {L"DebugWrite - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->DebugWrite(s); }},
-        {L"Reboot - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->Reboot(); }},
-        {L"get_InSessionWindow - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_InSessionWindow(&v); }},
-        {L"get_InSessionWindow - Open() not called beforehand.\r\n", [](IBrennock* c) { BSTR v = nullptr; return c->GetNextSessionStart(&v); }},
-        {L"get_InSessionWindow - Open() not called beforehand.\r\n", [](IBrennock* c) { BSTR v = nullptr; return c->GetNextSessionEnd(&v); }},
-        {L"SessionStart - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SessionStart(); }},
-        {L"SessionEndNormal - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SessionEndNormal(); }},
-        {L"SessionCancel - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SessionCancel(); }},
-        {L"NVParameterRead - Open() not called beforehand.\r\n", [s](IBrennock* c) { BSTR v = nullptr; return c->NVParameterRead(s, s, &v); }},
-        {L"NVParameterWrite - Open() not called beforehand.\r\n", [s](IBrennock* c) { return c->NVParameterWrite(s, s); }},
-        {L"ParameterRead - Open() not called beforehand.\r\n", [s](IBrennock* c) { BSTR v = nullptr; return c->ParameterRead(s, s, &v); }},
-        {L"get_RecAvgVolumeStart - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_RecAvgVolumeStart(&v); }},
-        {L"put_RecAvgVolumeStart - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->put_RecAvgVolumeStart(5); }},
-        {L"get_RecAvgVolumeStop - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_RecAvgVolumeStop(&v); }},
-        {L"put_RecAvgVolumeStop - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->put_RecAvgVolumeStop(5); }},
-        {L"SimDataStoreVisible - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->SimDataStoreVisible(1); }},
-        {L"get_MaskWithNoise - Open() not called beforehand.\r\n", [](IBrennock* c) { short v; return c->get_MaskWithNoise(&v); }},
-        {L"put_MaskWithNoise - Open() not called beforehand.\r\n", [](IBrennock* c) { return c->put_MaskWithNoise(1); }},
-    };
-}
+using Lines = std::vector<std::wstring>;
 
 class LifecycleTest : public ::testing::Test
 {
@@ -95,23 +25,80 @@ protected:
         control = CreateRegisteredControl();
         ASSERT_TRUE(control);
     }
+    short Open()
+    {
+        short ok = -1;
+        EXPECT_EQ(control->Open(&ok), S_OK);
+        return ok;
+    }
     ComApartment com;
     ComPtr<IBrennock> control;
+    DebugCapture capture;
 };
 
-TEST_F(LifecycleTest, EveryGuardedMethodFailsWithItsTextBeforeOpen)
+// Every member of the interface but a few fails before Open with the line
+// "<member> - Open() not called beforehand." (a few name another member).
+TEST_F(LifecycleTest, EveryGuardedMemberFailsWithItsTextBeforeOpen)
 {
-    DebugCapture capture;
-    for (const GuardCase& g : GuardedMethods()) {
+    const std::set<std::wstring> unguarded = {L"Open", L"Close", L"put_PracticeMode", L"SimWatchDataDestroyEnded",
+                                              L"SimWatchSaveProgress", L"AssertWrite"};
+    const std::map<std::wstring, std::wstring> textOf = {{L"CancelAudioPlay", L"AudioPlay"},
+                                                         {L"get_RecStartTimeoutS", L"put_RecStartTimeoutS"},
+                                                         {L"GetNextSessionStart", L"get_InSessionWindow"},
+                                                         {L"GetNextSessionEnd", L"get_InSessionWindow"}};
+    ComPtr<ITypeInfo> disp, info;
+    HREFTYPE vtable = 0;
+    TYPEATTR* ta = nullptr;
+    ASSERT_HRESULT_SUCCEEDED(control->GetTypeInfo(0, 0, disp.GetAddressOf()));
+    ASSERT_HRESULT_SUCCEEDED(disp->GetRefTypeOfImplType(-1, &vtable));
+    ASSERT_HRESULT_SUCCEEDED(disp->GetRefTypeInfo(vtable, info.GetAddressOf()));
+    ASSERT_HRESULT_SUCCEEDED(info->GetTypeAttr(&ta));
+    const WORD funcs = ta->cFuncs;
+    info->ReleaseTypeAttr(ta);
+    ScriptObject script(control.Get());
+    size_t guarded = 0;
+    for (WORD i = 0; i < funcs; ++i) {
+        FUNCDESC* fd = nullptr;
+        ASSERT_HRESULT_SUCCEEDED(info->GetFuncDesc(i, &fd));
+        BSTR member = nullptr;
+        info->GetDocumentation(fd->memid, &member, nullptr, nullptr, nullptr);
+        const std::wstring prefix = fd->invkind == INVOKE_PROPERTYGET   ? L"get_"
+                                    : fd->invkind == INVOKE_PROPERTYPUT ? L"put_"
+                                                                        : L"";
+        const std::wstring name = member, full = prefix + name;
+        SysFreeString(member);
+        std::vector<VARIANT> args;
+        for (SHORT p = 0; p < fd->cParams; ++p) {
+            const VARTYPE vt = fd->lprgelemdescParam[p].tdesc.vt;
+            if (!(fd->lprgelemdescParam[p].paramdesc.wParamFlags & PARAMFLAG_FRETVAL))
+                args.push_back(vt == VT_BSTR ? ScriptObject::Str(L"x") : vt == VT_R8 ? ScriptObject::R8(0.5)
+                               : vt == VT_I4 ? ScriptObject::I4(1) : ScriptObject::I2(1));
+        }
+        const INVOKEKIND kind = fd->invkind;
+        info->ReleaseFuncDesc(fd);
+        if (unguarded.count(full)) {
+            for (auto& v : args)
+                VariantClear(&v);
+            continue;
+        }
+        ++guarded;
         capture.Clear();
-        EXPECT_EQ(g.call(control.Get()), E_FAIL) << testing::PrintToString(std::wstring(g.text));
-        EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{g.text});
+        VARIANT result;
+        VariantInit(&result);
+        HRESULT hr = kind == INVOKE_PROPERTYGET   ? script.Get(name.c_str(), &result)
+                     : kind == INVOKE_PROPERTYPUT ? script.Put(name.c_str(), args[0])
+                                                  : script.Call(name.c_str(), std::move(args), &result);
+        VariantClear(&result);
+        EXPECT_EQ(hr, E_FAIL) << testing::PrintToString(full);
+        auto other = textOf.find(full);
+        EXPECT_EQ(capture.Lines(),
+                  Lines{(other == textOf.end() ? full : other->second) + L" - Open() not called beforehand.\r\n"});
     }
+    EXPECT_EQ(guarded, 61u);
 }
 
 TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
 {
-    DebugCapture capture;
     for (int pass = 0; pass < 2; ++pass) {
         SCOPED_TRACE(pass == 0 ? "before Open" : "after Open");
         EXPECT_EQ(control->put_PracticeMode(1), E_FAIL);
@@ -119,9 +106,7 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         EXPECT_EQ(control->SimWatchSaveProgress(50), S_OK);
         EXPECT_TRUE(capture.Lines().empty());
         if (pass == 0) {
-            short ok = -1;
-            ASSERT_EQ(control->Open(&ok), S_OK);
-            EXPECT_EQ(ok, 1);
+            ASSERT_EQ(Open(), 1);
             capture.Clear();
         }
     }
@@ -129,44 +114,66 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
 
 TEST_F(LifecycleTest, CloseIsSafeAtAnyTimeAndOpenAgainWorks)
 {
-    DebugCapture capture;
     EXPECT_EQ(control->Close(), S_OK);
     EXPECT_EQ(control->Close(), S_OK);
-    short ok = 0;
-    EXPECT_EQ(control->Open(&ok), S_OK);
-    EXPECT_EQ(ok, 1);
-    capture.Clear();
-    EXPECT_EQ(control->DebugWrite(nullptr), E_FAIL);
-    EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{L"DebugWrite - null message.\r\n"});
+    EXPECT_EQ(Open(), 1);
     EXPECT_EQ(control->Close(), S_OK);
     EXPECT_EQ(control->Close(), S_OK);
-    ok = 0;
-    EXPECT_EQ(control->Open(&ok), S_OK);
-    EXPECT_EQ(ok, 1);
+    EXPECT_EQ(Open(), 1);
     BSTR text = SysAllocString(L"x");
     EXPECT_EQ(control->DebugWrite(text), S_OK);
     SysFreeString(text);
-    // Final release closes whatever is still open.
-    control.Reset();
+    control.Reset();  // the final release closes what is still open
 }
 
-TEST_F(LifecycleTest, AssertWriteChecksItsStringsBeforeAnything)
+TEST_F(LifecycleTest, NullStringsAreRefusedWithTheirText)
 {
-    DebugCapture capture;
-    BSTR file = SysAllocString(L"f.js");
-    EXPECT_EQ(control->AssertWrite(nullptr, 1, nullptr), E_FAIL);
-    EXPECT_EQ(control->AssertWrite(file, 1, nullptr), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"AssertWrite: null filename.\r\n",
-                                                          L"AssertWrite: null message.\r\n"}));
-    SysFreeString(file);
+    BSTR s = SysAllocString(L"f.js"), v = nullptr;
+    EXPECT_EQ(control->AssertWrite(nullptr, 1, nullptr), E_FAIL);  // before Open, too
+    EXPECT_EQ(control->AssertWrite(s, 1, nullptr), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (Lines{L"AssertWrite: null filename.\r\n", L"AssertWrite: null message.\r\n"}));
+    ASSERT_EQ(Open(), 1);
+    capture.Clear();
+    EXPECT_EQ(control->DebugWrite(nullptr), E_FAIL);
+    EXPECT_EQ(control->ParameterRead(nullptr, s, &v), E_FAIL);
+    EXPECT_EQ(control->NVParameterRead(s, nullptr, &v), E_FAIL);
+    EXPECT_EQ(capture.Lines(), (Lines{L"DebugWrite - null message.\r\n", L"ParameterRead - null keyName.\r\n",
+                                      L"NVParameterRead - null defaultVal.\r\n"}));
+    SysFreeString(s);
+}
+
+// Open answers 0 and says which store did not open; what needs no store
+// still works.
+TEST_F(LifecycleTest, OpenReportsTheStoreThatDidNotOpen)
+{
+    DeleteDiskFile(L"\\Hard Disk\\params.txt");
+    EXPECT_EQ(Open(), 0);
+    ASSERT_FALSE(capture.Lines().empty());
+    EXPECT_EQ(capture.Lines().back(), L"Open - USB Flash parameters open failed.\r\n");
+    BSTR text = SysAllocString(L"still here");
+    EXPECT_EQ(control->DebugWrite(text), S_OK);
+    SysFreeString(text);
+    control->Close();
+
+    ProvisionDisk();
+    ASSERT_TRUE(CreateDirectoryW(kFlashBlockFile, nullptr));
+    capture.Clear();
+    EXPECT_EQ(Open(), 0);
+    EXPECT_EQ(capture.Lines(), (Lines{L"GetNVRAM failed.\r\n", L"Open - on-board NVRAM open failed.\r\n"}));
+    control->Close();
+    RemoveDirectoryW(kFlashBlockFile);
+}
+
+template <class F>
+F Export(const char* name)
+{
+    HMODULE dll = GetModuleHandleW(L"BrennockControl.dll");
+    return dll ? reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll, name))) : nullptr;
 }
 
 TEST_F(LifecycleTest, DllCanUnloadNowFollowsLiveObjects)
 {
-    HMODULE dll = GetModuleHandleW(L"BrennockControl.dll");
-    ASSERT_NE(dll, nullptr);
-    auto canUnload = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
-        reinterpret_cast<void*>(GetProcAddress(dll, "DllCanUnloadNow")));
+    auto canUnload = Export<HRESULT(STDAPICALLTYPE*)()>("DllCanUnloadNow");
     ASSERT_NE(canUnload, nullptr);
     EXPECT_EQ(canUnload(), S_FALSE);
     control.Reset();
@@ -175,53 +182,41 @@ TEST_F(LifecycleTest, DllCanUnloadNowFollowsLiveObjects)
 
 TEST_F(LifecycleTest, ClassObjectLookupAndAggregation)
 {
-    HMODULE dll = GetModuleHandleW(L"BrennockControl.dll");
-    ASSERT_NE(dll, nullptr);
-    auto getClassObject = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>(
-        reinterpret_cast<void*>(GetProcAddress(dll, "DllGetClassObject")));
+    auto getClassObject = Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>("DllGetClassObject");
     ASSERT_NE(getClassObject, nullptr);
-
     void* p = reinterpret_cast<void*>(1);
     EXPECT_EQ(getClassObject(IID_IBrennock, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
     EXPECT_EQ(p, nullptr);
     EXPECT_EQ(getClassObject(CLSID_Brennock, IID_IClassFactory, nullptr), E_POINTER);
-
     ComPtr<IClassFactory> factory;
     ASSERT_HRESULT_SUCCEEDED(getClassObject(CLSID_Brennock, IID_IClassFactory,
                                             reinterpret_cast<void**>(factory.GetAddressOf())));
 
-    // An outer object that counts its references.
     struct Outer : IUnknown
     {
         LONG refs = 1;
         IUnknown* inner = nullptr;
         STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override
         {
-            if (riid == IID_IUnknown) {
-                *ppv = this;
-                AddRef();
-                return S_OK;
-            }
-            return inner ? inner->QueryInterface(riid, ppv) : E_NOINTERFACE;
+            if (riid != IID_IUnknown)
+                return inner ? inner->QueryInterface(riid, ppv) : E_NOINTERFACE;
+            *ppv = this;
+            AddRef();
+            return S_OK;
         }
         STDMETHODIMP_(ULONG) AddRef() override { return ++refs; }
         STDMETHODIMP_(ULONG) Release() override { return --refs; }
     } outer;
-
     void* wrong = nullptr;
     EXPECT_EQ(factory->CreateInstance(&outer, IID_IDispatch, &wrong), CLASS_E_NOAGGREGATION);
+    ASSERT_HRESULT_SUCCEEDED(factory->CreateInstance(&outer, IID_IUnknown, reinterpret_cast<void**>(&outer.inner)));
 
-    ASSERT_HRESULT_SUCCEEDED(factory->CreateInstance(&outer, IID_IUnknown,
-                                                     reinterpret_cast<void**>(&outer.inner)));
-    // Interfaces of the inner object count on the outer object and answer
-    // with the outer identity.
+    // The inner object's interfaces count on the outer one and answer with its identity.
     IBrennock* brennock = nullptr;
-    ASSERT_HRESULT_SUCCEEDED(outer.inner->QueryInterface(IID_IBrennock,
-                                                         reinterpret_cast<void**>(&brennock)));
+    ASSERT_HRESULT_SUCCEEDED(outer.inner->QueryInterface(IID_IBrennock, reinterpret_cast<void**>(&brennock)));
     EXPECT_EQ(outer.refs, 2);
     IUnknown* identity = nullptr;
-    ASSERT_HRESULT_SUCCEEDED(brennock->QueryInterface(IID_IUnknown,
-                                                      reinterpret_cast<void**>(&identity)));
+    ASSERT_HRESULT_SUCCEEDED(brennock->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&identity)));
     EXPECT_EQ(identity, static_cast<IUnknown*>(&outer));
     identity->Release();
     short ok = 0;
@@ -236,28 +231,20 @@ TEST_F(LifecycleTest, SiteAccessorsAssertOnMissingManagers)
 {
     ComPtr<IBrennock> local = CreateLocalControl();
     IManagerSite* site = AsControl(local.Get());
-    std::string before = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
-    EXPECT_EQ(site->GetTestManager(), nullptr);
-    EXPECT_EQ(site->GetGpio(), nullptr);
-    EXPECT_EQ(site->GetDebugLog(), nullptr);
-    std::string after = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
-    std::string added = after.substr(before.size());
-    size_t lines = 0;
-    for (char c : added)
-        lines += (c == '\n');
-    EXPECT_EQ(lines, 3u) << added;
-    EXPECT_NE(added.find("Brennock.cpp line "), std::string::npos) << added;
-    EXPECT_NE(added.find(" assert\r\n"), std::string::npos) << added;
+    const size_t before = AssertLines();
+    EXPECT_TRUE(!site->GetTestManager() && !site->GetGpio() && !site->GetDebugLog());
+    EXPECT_EQ(AssertLines(), before + 3);
+    std::string asserts = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
+    EXPECT_NE(asserts.rfind("Brennock.cpp line "), std::string::npos) << asserts;
+    EXPECT_EQ(asserts.substr(asserts.size() - 9), " assert\r\n");
 
     short ok = 0;
     local->Open(&ok);
     EXPECT_NE(site->GetDebugLog(), nullptr);
-    // The sink accessors always answer.
-    EXPECT_NE(site->GetHC08EventSink(), nullptr);
-    EXPECT_NE(site->GetGpioEventSink(), nullptr);
-    EXPECT_NE(site->GetWatchEventSink(), nullptr);
-    EXPECT_NE(site->GetAudioEventSink(), nullptr);
-    EXPECT_NE(site->GetTestManagerEventSink(), nullptr);
+    for (void* sink : {static_cast<void*>(site->GetHC08EventSink()), static_cast<void*>(site->GetGpioEventSink()),
+                       static_cast<void*>(site->GetWatchEventSink()), static_cast<void*>(site->GetAudioEventSink()),
+                       static_cast<void*>(site->GetTestManagerEventSink())})
+        EXPECT_NE(sink, nullptr);
 }
 
 }  // namespace

@@ -11,8 +11,7 @@ namespace {
 DWORD RunRegsvr32(const std::wstring& args)
 {
     std::wstring cmd = L"regsvr32.exe /s " + args;
-    STARTUPINFOW si = {};
-    si.cb = sizeof(si);
+    STARTUPINFOW si = {sizeof(si)};
     PROCESS_INFORMATION pi = {};
     if (!CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi))
         return GetLastError() | 0x80000000u;
@@ -24,75 +23,66 @@ DWORD RunRegsvr32(const std::wstring& args)
     return code;
 }
 
-bool KeyExists(HKEY root, const std::wstring& path)
+bool KeyExists(const std::wstring& path)
 {
     HKEY key;
-    if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
+    if (RegOpenKeyExW(HKEY_CLASSES_ROOT, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
         return false;
     RegCloseKey(key);
     return true;
 }
 
-// A string value, or "<missing>".
-std::wstring Value(HKEY root, const std::wstring& path, const wchar_t* name = nullptr)
+// A string value, "<missing>", or "<not a string>".
+std::wstring Value(const std::wstring& path, const wchar_t* name = nullptr)
 {
     wchar_t buffer[1024];
-    DWORD size = sizeof(buffer);
-    DWORD type = 0;
-    if (RegGetValueW(root, path.c_str(), name, RRF_RT_ANY, &type, buffer, &size) != ERROR_SUCCESS)
+    DWORD size = sizeof(buffer), type = 0;
+    if (RegGetValueW(HKEY_CLASSES_ROOT, path.c_str(), name, RRF_RT_ANY, &type, buffer, &size) != ERROR_SUCCESS)
         return L"<missing>";
-    if (type != REG_SZ)
-        return L"<not a string>";
-    return buffer;
-}
-
-size_t SubkeyCount(HKEY root, const std::wstring& path)
-{
-    HKEY key;
-    if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
-        return 0;
-    DWORD count = 0;
-    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr,
-                     nullptr, nullptr, nullptr);
-    RegCloseKey(key);
-    return count;
+    return type == REG_SZ ? buffer : L"<not a string>";
 }
 
 const std::wstring kClassKey = std::wstring(L"CLSID\\") + BRENNOCK_CLSID_TEXT;
 
 void ExpectRegistered(const std::wstring& dll)
 {
-    HKEY cr = HKEY_CLASSES_ROOT;
-    EXPECT_EQ(Value(cr, L"BrennockControl.Brennock.1"), L"Brennock Class");
-    EXPECT_EQ(Value(cr, L"BrennockControl.Brennock.1\\CLSID"), BRENNOCK_CLSID_TEXT);
-    EXPECT_EQ(Value(cr, L"BrennockControl.Brennock"), L"Brennock Class");
-    EXPECT_EQ(Value(cr, L"BrennockControl.Brennock\\CLSID"), BRENNOCK_CLSID_TEXT);
-    EXPECT_EQ(Value(cr, L"BrennockControl.Brennock\\CurVer"), L"BrennockControl.Brennock.1");
-
-    EXPECT_EQ(Value(cr, kClassKey), L"Brennock Class");
-    EXPECT_EQ(Value(cr, kClassKey + L"\\ProgID"), L"BrennockControl.Brennock.1");
-    EXPECT_EQ(Value(cr, kClassKey + L"\\VersionIndependentProgID"), L"BrennockControl.Brennock");
-    EXPECT_TRUE(KeyExists(cr, kClassKey + L"\\Programmable"));
-    EXPECT_TRUE(KeyExists(cr, kClassKey + L"\\Control"));
-    EXPECT_TRUE(KeyExists(cr, kClassKey + L"\\Insertable"));
-    EXPECT_EQ(_wcsicmp(Value(cr, kClassKey + L"\\InprocServer32").c_str(), dll.c_str()), 0)
-        << testing::PrintToString(Value(cr, kClassKey + L"\\InprocServer32"));
-    EXPECT_EQ(Value(cr, kClassKey + L"\\InprocServer32", L"ThreadingModel"), L"Free");
-    EXPECT_EQ(_wcsicmp(Value(cr, kClassKey + L"\\ToolboxBitmap32").c_str(),
-                       (dll + L", 101").c_str()),
-              0);
-    EXPECT_EQ(Value(cr, kClassKey + L"\\MiscStatus"), L"0");
-    EXPECT_EQ(Value(cr, kClassKey + L"\\MiscStatus\\1"), L"131473");
-    EXPECT_EQ(Value(cr, kClassKey + L"\\TypeLib"), BRENNOCK_LIBID_TEXT);
-    EXPECT_EQ(Value(cr, kClassKey + L"\\Version"), L"1.0");
-    EXPECT_EQ(SubkeyCount(cr, kClassKey), 10u);
-
-    // The type library, registered from the module itself.
-    std::wstring tlb = std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT + L"\\1.0";
-    EXPECT_EQ(Value(cr, tlb), L"BrennockControl 1.0 Type Library");
-    // Its interfaces are marshalled by the automation marshaller.
-    std::wstring iface = L"Interface\\{6F1D2A42-8C3B-4E52-9A7D-3B0E5C1F7A21}";
-    EXPECT_EQ(Value(cr, iface), L"IBrennock");
+    // Key, then "|name" for a named value, and the value.
+    const std::wstring cls = kClassKey + L"\\", clsid = BRENNOCK_CLSID_TEXT;
+    const std::pair<std::wstring, std::wstring> values[] = {
+        {L"BrennockControl.Brennock.1", L"Brennock Class"},
+        {L"BrennockControl.Brennock.1\\CLSID", clsid},
+        {L"BrennockControl.Brennock", L"Brennock Class"},
+        {L"BrennockControl.Brennock\\CLSID", clsid},
+        {L"BrennockControl.Brennock\\CurVer", L"BrennockControl.Brennock.1"},
+        {kClassKey, L"Brennock Class"},
+        {cls + L"ProgID", L"BrennockControl.Brennock.1"},
+        {cls + L"VersionIndependentProgID", L"BrennockControl.Brennock"},
+        {cls + L"InprocServer32", dll},
+        {cls + L"InprocServer32|ThreadingModel", L"Free"},
+        {cls + L"ToolboxBitmap32", dll + L", 101"},
+        {cls + L"MiscStatus", L"0"},
+        {cls + L"MiscStatus\\1", L"131473"},
+        {cls + L"TypeLib", BRENNOCK_LIBID_TEXT},
+        {cls + L"Version", L"1.0"},
+        {std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT + L"\\1.0", L"BrennockControl 1.0 Type Library"},
+        {L"Interface\\{6F1D2A42-8C3B-4E52-9A7D-3B0E5C1F7A21}", L"IBrennock"},
+    };
+    for (const auto& [where, want] : values) {
+        const size_t bar = where.find(L'|');
+        std::wstring got = Value(where.substr(0, bar), bar == std::wstring::npos ? nullptr : &where[bar + 1]);
+        if (_wcsnicmp(got.c_str(), dll.c_str(), dll.size()) == 0)
+            got.replace(0, dll.size(), dll);  // the path's case is Wine's
+        EXPECT_EQ(got, want) << testing::PrintToString(where);
+    }
+    for (const wchar_t* bare : {L"Programmable", L"Control", L"Insertable"})
+        EXPECT_TRUE(KeyExists(cls + bare)) << testing::PrintToString(std::wstring(bare));
+    HKEY key;
+    DWORD subkeys = 0;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, kClassKey.c_str(), 0, KEY_READ, &key), ERROR_SUCCESS);
+    RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                     nullptr);
+    RegCloseKey(key);
+    EXPECT_EQ(subkeys, 10u);
 }
 
 TEST(RegistrationTest, RegisterTwiceUnregisterAndRegisterAgain)
@@ -101,39 +91,35 @@ TEST(RegistrationTest, RegisterTwiceUnregisterAndRegisterAgain)
     std::wstring dll = BuiltDllPath();
     ASSERT_FALSE(dll.empty()) << "BRENNOCK_DLL not set by the runner";
     std::wstring quoted = L"\"" + dll + L"\"";
-
     ASSERT_EQ(RunRegsvr32(quoted), 0u);
     {
         SCOPED_TRACE("first registration");
         ExpectRegistered(dll);
     }
 
-    // A stray key under the class is wiped by the next registration: one set.
+    // A stray key under the class is wiped by the next registration.
     HKEY stray;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, (kClassKey + L"\\Stray").c_str(), 0, nullptr, 0,
-                              KEY_WRITE, nullptr, &stray, nullptr),
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CLASSES_ROOT, (kClassKey + L"\\Stray").c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
+                              &stray, nullptr),
               ERROR_SUCCESS);
     RegCloseKey(stray);
     ASSERT_EQ(RunRegsvr32(quoted), 0u);
     {
         SCOPED_TRACE("second registration");
         ExpectRegistered(dll);
-        EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, kClassKey + L"\\Stray"));
     }
 
+    // Unregistering takes the class and its ProgIDs, not the shared CLSID
+    // key nor the type library; creation then fails until it is back.
     ASSERT_EQ(RunRegsvr32(L"/u " + quoted), 0u);
-    EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, kClassKey));
-    EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, L"BrennockControl.Brennock.1"));
-    EXPECT_FALSE(KeyExists(HKEY_CLASSES_ROOT, L"BrennockControl.Brennock"));
-    EXPECT_TRUE(KeyExists(HKEY_CLASSES_ROOT, L"CLSID"));
-    EXPECT_TRUE(KeyExists(HKEY_CLASSES_ROOT, std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT));
-
-    // Creation now fails; registering again brings it back.
+    for (const wchar_t* gone : {kClassKey.c_str(), L"BrennockControl.Brennock.1", L"BrennockControl.Brennock"})
+        EXPECT_FALSE(KeyExists(gone)) << testing::PrintToString(std::wstring(gone));
+    EXPECT_TRUE(KeyExists(L"CLSID"));
+    EXPECT_TRUE(KeyExists(std::wstring(L"TypeLib\\") + BRENNOCK_LIBID_TEXT));
     ComPtr<IBrennock> none;
     EXPECT_EQ(CoCreateInstance(CLSID_Brennock, nullptr, CLSCTX_INPROC_SERVER, IID_IBrennock,
                                reinterpret_cast<void**>(none.GetAddressOf())),
               REGDB_E_CLASSNOTREG);
-
     ASSERT_EQ(RunRegsvr32(quoted), 0u);
     ExpectRegistered(dll);
     EXPECT_TRUE(CreateRegisteredControl());

@@ -1,37 +1,173 @@
 // The registered type library, read back as a compiled client or a script
-// engine reads it.
+// engine reads it: every member of IBrennock in vtable slot order and every
+// event, with dispatch ids, names and types, against one transcript.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "tests/support/ControlTestKit.h"
-#include "tests/support/InterfaceTable.h"
 
 namespace {
 
-std::wstring Doc(ITypeInfo* info, MEMBERID id, std::wstring* helpOut = nullptr)
+const std::vector<std::wstring> kMembers = {
+    L"1 Open(retval short* pRetVal)",
+    L"2 Close()",
+    L"3 SetWatchPower(short powerOn)",
+    L"4 SetBacklightPower(short powerOn)",
+    L"5 CancelBlinkLed(short ledID)",
+    L"6 BlinkLed(short ledID, short numBlinks, short msPerBlink)",
+    L"7 SetLedState(short ledID, short turnOn)",
+    L"8 get PracticeMode(retval short* pVal)", L"8 put PracticeMode(short)",
+    L"9 ActivityConfig(short testID, BSTR testName, short maxDurationSecs, short uiTimeoutSecs)",
+    L"10 ActivityStart(short doBeep)",
+    L"11 ActivityEndNormal()",
+    L"12 ActivityCancel()",
+    L"13 QuestionResponse(BSTR questionID, BSTR responseID)",
+    L"14 WatchSaveStart(BSTR dataName)",
+    L"15 WatchSaveCancel()",
+    L"16 WatchDataDestroyStart()",
+    L"18 SimHC08Reset(short hc08Rev, short hc08Build, short resetSource, double tickHz, short postResult)",
+    L"19 SimTimerGo(long ticksAtGo)",
+    L"20 SimTimerRollover()",
+    L"21 SimDigitoLeftDownward(long ticksSinceGo, long bDeltaTicks)",
+    L"22 SimDigitoLeftUpward(long ticksSinceGo, long bDeltaTicks)",
+    L"23 SimDigitoRightDownward(long ticksSinceGo, long bDeltaTicks)",
+    L"24 SimDigitoRightUpward(long ticksSinceGo, long bDeltaTicks)",
+    L"25 SimCapsitLeftDown(long ticksSinceGo)",
+    L"26 SimCapsitLeftUp(long ticksSinceGo)",
+    L"27 SimCapsitRightDown(long ticksSinceGo)",
+    L"28 SimCapsitRightUp(long ticksSinceGo)",
+    L"29 SimPegsMap(long ticksSinceGo, short pegsInLeft, short pegsInRight)",
+    L"30 SimWatchVisible(short isVisible)",
+    L"31 SimWatchSaveProgress(short percent)",
+    L"32 AudioPlay(BSTR filename)",
+    L"33 CancelAudioPlay()",
+    L"34 TimerStart(short timerID, double intervalSecs)",
+    L"35 CancelTimer(short timerID)",
+    L"36 get CurrentFolder(retval BSTR* pVal)", L"36 put CurrentFolder(BSTR)",
+    L"37 ActivityBeep()",
+    L"38 get HaveHardware(retval short* pVal)",
+    L"39 SimLidMoved(short isOpen)",
+    L"40 get FreeStoreMB(retval short* pVal)",
+    L"41 get RecFormat(retval BSTR* pVal)", L"41 put RecFormat(BSTR)",
+    L"42 get RecStartTimeoutS(retval short* pVal)", L"42 put RecStartTimeoutS(short)",
+    L"43 AudioRecord(short recordFlags, short maxSeconds)",
+    L"44 CancelAudioRecord()",
+    L"45 DebugWrite(BSTR message)",
+    L"46 Reboot()",
+    L"47 get InSessionWindow(retval short* pVal)",
+    L"48 GetNextSessionStart(retval BSTR* whenDateTime)",
+    L"49 GetNextSessionEnd(retval BSTR* whenDateTime)",
+    L"50 SessionStart()",
+    L"51 SessionEndNormal()",
+    L"52 SessionCancel()",
+    L"53 NVParameterRead(BSTR keyName, BSTR defaultVal, retval BSTR* value)",
+    L"54 NVParameterWrite(BSTR keyName, BSTR value)",
+    L"55 ParameterRead(BSTR keyName, BSTR defaultVal, retval BSTR* value)",
+    L"56 get RecAvgVolumeStart(retval short* pVal)", L"56 put RecAvgVolumeStart(short)",
+    L"57 get RecAvgVolumeStop(retval short* pVal)", L"57 put RecAvgVolumeStop(short)",
+    L"58 SimDataStoreVisible(short isVisible)",
+    L"59 SimWatchDataDestroyEnded(short endCauseID)",
+    L"60 get MaskWithNoise(retval short* pVal)", L"60 put MaskWithNoise(short)",
+    L"61 AssertWrite(BSTR filename, short lineNum, BSTR message)",
+};
+
+const std::vector<std::wstring> kEvents = {
+    L"1 BlinkEnded(short endCauseID, short ledID)",
+    L"2 WatchVisible(short isVisible)",
+    L"3 TimerGo(long ticksAtGo)",
+    L"4 TimerRollover()",
+    L"5 DigitoLeftDownward(long ticksSinceGo, long bDeltaTicks)",
+    L"6 DigitoLeftUpward(long ticksSinceGo, long bDeltaTicks)",
+    L"7 DigitoRightDownward(long ticksSinceGo, long bDeltaTicks)",
+    L"8 DigitoRightUpward(long ticksSinceGo, long bDeltaTicks)",
+    L"9 CapsitLeftDown(long ticksSinceGo)",
+    L"10 CapsitLeftUp(long ticksSinceGo)",
+    L"11 CapsitRightDown(long ticksSinceGo)",
+    L"12 CapsitRightUp(long ticksSinceGo)",
+    L"13 PegsMap(long ticksSinceGo, short pegsInLeft, short pegsInRight)",
+    L"14 ActivityEnded(short causeID, short testID)",
+    L"15 WatchSaveProgress(short percent)",
+    L"16 WatchSaveEnded(short endCauseID)",
+    L"17 WatchDataDestroyEnded(short endCauseID)",
+    L"19 HC08Reset(short hc08Rev, short hc08Build, short resetSource, double tickHz, short postResult)",
+    L"20 AudioPlayEnded(short endCauseID)",
+    L"21 TimerEnded(short endCauseID, short timerID)",
+    L"22 LidMoved(short isOpen)",
+    L"23 AudioRecordEnded(short endCauseID)",
+    L"24 AudioRecordProgress(short maxVolume, short secondsRecorded)",
+    L"25 SessionEnded(short endCauseID) HRESULT",
+    L"26 DataStoreVisible(short isVisible) HRESULT",
+    L"27 WatchParametersRead(short endCauseID) HRESULT",
+};
+
+std::wstring TypeName(const TYPEDESC& t)
 {
-    BSTR name = nullptr, help = nullptr;
-    info->GetDocumentation(id, &name, &help, nullptr, nullptr);
-    std::wstring n = name ? name : L"";
-    if (helpOut)
-        *helpOut = help ? help : L"";
-    SysFreeString(name);
-    SysFreeString(help);
-    return n;
+    switch (t.vt) {
+    case VT_PTR: return TypeName(*t.lptdesc) + L"*";
+    case VT_I2: return L"short";
+    case VT_I4: return L"long";
+    case VT_R8: return L"double";
+    case VT_BSTR: return L"BSTR";
+    default: return L"vt" + std::to_wstring(t.vt);
+    }
 }
 
-std::vector<std::wstring> Names(ITypeInfo* info, MEMBERID id)
+// Every function of a type as its transcript line, "id [get |put ]Name(params)"
+// and " HRESULT" for an event that returns one; vtable functions in slot order
+// after IDispatch's seven, each documented as "method X" or "property X".
+std::vector<std::wstring> Transcript(ITypeInfo* info)
 {
-    BSTR names[16] = {};
-    UINT count = 0;
-    info->GetNames(id, names, 16, &count);
+    TYPEATTR* ta = nullptr;
+    EXPECT_HRESULT_SUCCEEDED(info->GetTypeAttr(&ta));
+    const WORD funcs = ta ? ta->cFuncs : 0;
+    info->ReleaseTypeAttr(ta);
     std::vector<std::wstring> out;
-    for (UINT i = 0; i < count; ++i) {
-        out.push_back(names[i]);
-        SysFreeString(names[i]);
+    for (WORD i = 0; i < funcs; ++i) {
+        FUNCDESC* fd = nullptr;
+        EXPECT_HRESULT_SUCCEEDED(info->GetFuncDesc(i, &fd));
+        BSTR names[16] = {}, help = nullptr;
+        UINT count = 0;
+        info->GetNames(fd->memid, names, 16, &count);
+        info->GetDocumentation(fd->memid, nullptr, &help, nullptr, nullptr);
+        std::wstring s = std::to_wstring(fd->memid) + L" ";
+        s += fd->invkind == INVOKE_PROPERTYGET ? L"get " : fd->invkind == INVOKE_PROPERTYPUT ? L"put " : L"";
+        s += (count ? names[0] : L"?") + std::wstring(L"(");
+        for (SHORT p = 0; p < fd->cParams; ++p) {
+            const ELEMDESC& e = fd->lprgelemdescParam[p];
+            const USHORT flags = e.paramdesc.wParamFlags;
+            s += p ? L", " : L"";
+            s += (flags & PARAMFLAG_FRETVAL) && (flags & PARAMFLAG_FOUT) ? L"retval "
+                 : (flags & PARAMFLAG_FIN) || fd->funckind == FUNC_DISPATCH ? L"" : L"? ";
+            s += TypeName(e.tdesc);
+            if (fd->invkind != INVOKE_PROPERTYPUT && UINT(p + 1) < count)
+                s += std::wstring(L" ") + names[p + 1];
+        }
+        s += L")";
+        if (fd->funckind == FUNC_DISPATCH) {
+            s += fd->elemdescFunc.tdesc.vt == VT_HRESULT ? L" HRESULT" : fd->elemdescFunc.tdesc.vt == VT_VOID ? L"" : L" ?";
+        } else {
+            EXPECT_EQ(fd->oVft, static_cast<SHORT>((7 + i) * sizeof(void*))) << testing::PrintToString(s);
+            EXPECT_EQ(fd->elemdescFunc.tdesc.vt, VT_HRESULT) << testing::PrintToString(s);
+        }
+        EXPECT_EQ(std::wstring(help ? help : L""),
+                  (fd->invkind == INVOKE_FUNC ? L"method " : L"property ") + std::wstring(count ? names[0] : L""));
+        for (UINT n = 0; n < count; ++n)
+            SysFreeString(names[n]);
+        SysFreeString(help);
+        info->ReleaseFuncDesc(fd);
+        out.push_back(s);
     }
     return out;
+}
+
+void ExpectLines(const std::vector<std::wstring>& got, const std::vector<std::wstring>& want)
+{
+    const std::wstring none = L"<none>";
+    for (size_t i = 0; i < std::max(got.size(), want.size()); ++i)
+        EXPECT_EQ(i < got.size() ? got[i] : none, i < want.size() ? want[i] : none) << "line " << i;
 }
 
 class TypeLibTest : public ::testing::Test
@@ -39,202 +175,105 @@ class TypeLibTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_HRESULT_SUCCEEDED(LoadRegTypeLib(LIBID_BRENNOCKCONTROLLib, 1, 0, kTypeLibLcid,
-                                                lib.GetAddressOf()));
+        ASSERT_HRESULT_SUCCEEDED(LoadRegTypeLib(LIBID_BRENNOCKCONTROLLib, 1, 0, kTypeLibLcid, lib.GetAddressOf()));
+    }
+    ComPtr<ITypeInfo> Info(REFGUID guid)
+    {
+        ComPtr<ITypeInfo> info;
+        EXPECT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(guid, info.GetAddressOf()));
+        return info;
+    }
+    // The type a type refers to (impl -1: a dual interface's vtable half),
+    // with its guid and flags.
+    static ComPtr<ITypeInfo> Ref(ITypeInfo* info, UINT impl, GUID* guid, WORD* flags = nullptr)
+    {
+        HREFTYPE ref = 0;
+        ComPtr<ITypeInfo> out;
+        info->GetRefTypeOfImplType(impl, &ref);
+        EXPECT_HRESULT_SUCCEEDED(info->GetRefTypeInfo(ref, out.GetAddressOf()));
+        TYPEATTR* ta = nullptr;
+        if (out && SUCCEEDED(out->GetTypeAttr(&ta))) {
+            *guid = ta->guid;
+            if (flags)
+                *flags = ta->wTypeFlags;
+            out->ReleaseTypeAttr(ta);
+        }
+        return out;
     }
     ComApartment com;
     ComPtr<ITypeLib> lib;
 };
 
-TEST_F(TypeLibTest, LibraryAttributesAndTypeOrder)
+TEST_F(TypeLibTest, LibraryTypesAndFlags)
 {
     TLIBATTR* attr = nullptr;
     ASSERT_HRESULT_SUCCEEDED(lib->GetLibAttr(&attr));
     EXPECT_EQ(attr->guid, LIBID_BRENNOCKCONTROLLib);
-    EXPECT_EQ(attr->wMajorVerNum, 1);
-    EXPECT_EQ(attr->wMinorVerNum, 0);
+    EXPECT_EQ(attr->wMajorVerNum * 100 + attr->wMinorVerNum, 100);
     EXPECT_EQ(attr->lcid, 0x0409u);
     lib->ReleaseTLibAttr(attr);
-
-    BSTR name = nullptr, help = nullptr;
-    ASSERT_HRESULT_SUCCEEDED(lib->GetDocumentation(-1, &name, &help, nullptr, nullptr));
-    EXPECT_STREQ(name, L"BRENNOCKCONTROLLib");
-    EXPECT_STREQ(help, L"BrennockControl 1.0 Type Library");
-    SysFreeString(name);
-    SysFreeString(help);
-
-    ASSERT_EQ(lib->GetTypeInfoCount(), 3u);
     const struct
     {
-        const wchar_t* name;
-        const wchar_t* help;
+        const wchar_t *name, *help;
         TYPEKIND kind;
         GUID guid;
-    } expected[] = {
-        {L"_IBrennockEvents", L"_IBrennockEvents Interface", TKIND_DISPATCH, DIID__IBrennockEvents},
-        {L"Brennock", L"Brennock Class", TKIND_COCLASS, CLSID_Brennock},
-        {L"IBrennock", L"IBrennock Interface", TKIND_DISPATCH, IID_IBrennock},
+        WORD flags;
+    } types[] = {
+        {L"BRENNOCKCONTROLLib", L"BrennockControl 1.0 Type Library", TKIND_MAX, GUID_NULL, 0},
+        {L"_IBrennockEvents", L"_IBrennockEvents Interface", TKIND_DISPATCH, DIID__IBrennockEvents, TYPEFLAG_FDISPATCHABLE},
+        {L"Brennock", L"Brennock Class", TKIND_COCLASS, CLSID_Brennock, TYPEFLAG_FCANCREATE},
+        {L"IBrennock", L"IBrennock Interface", TKIND_DISPATCH, IID_IBrennock, TYPEFLAG_FDUAL | TYPEFLAG_FDISPATCHABLE},
     };
-    for (UINT i = 0; i < 3; ++i) {
+    ASSERT_EQ(lib->GetTypeInfoCount(), 3u);
+    for (INT i = -1; i < 3; ++i) {
         SCOPED_TRACE(i);
-        TYPEKIND kind;
-        ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoType(i, &kind));
-        EXPECT_EQ(kind, expected[i].kind);
+        BSTR name = nullptr, help = nullptr;
+        ASSERT_HRESULT_SUCCEEDED(lib->GetDocumentation(i, &name, &help, nullptr, nullptr));
+        EXPECT_STREQ(name, types[i + 1].name);
+        EXPECT_STREQ(help, types[i + 1].help);
+        SysFreeString(name);
+        SysFreeString(help);
         ComPtr<ITypeInfo> info;
-        ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfo(i, info.GetAddressOf()));
-        std::wstring help;
-        EXPECT_EQ(Doc(info.Get(), MEMBERID_NIL, &help), expected[i].name);
-        EXPECT_EQ(help, expected[i].help);
         TYPEATTR* ta = nullptr;
-        ASSERT_HRESULT_SUCCEEDED(info->GetTypeAttr(&ta));
-        EXPECT_EQ(ta->guid, expected[i].guid);
+        if (i < 0 || FAILED(lib->GetTypeInfo(i, info.GetAddressOf())) || FAILED(info->GetTypeAttr(&ta)))
+            continue;
+        const WORD mask = TYPEFLAG_FDISPATCHABLE | TYPEFLAG_FDUAL | TYPEFLAG_FCANCREATE | TYPEFLAG_FNONEXTENSIBLE;
+        EXPECT_EQ(ta->typekind, types[i + 1].kind);
+        EXPECT_EQ(ta->guid, types[i + 1].guid);
+        EXPECT_EQ(ta->wTypeFlags & mask, types[i + 1].flags);
         info->ReleaseTypeAttr(ta);
     }
-}
 
-TEST_F(TypeLibTest, InterfaceFlagsAndCoclass)
-{
-    ComPtr<ITypeInfo> events, coclass, iface;
-    ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(DIID__IBrennockEvents, events.GetAddressOf()));
-    ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(CLSID_Brennock, coclass.GetAddressOf()));
-    ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(IID_IBrennock, iface.GetAddressOf()));
-
-    TYPEATTR* ta = nullptr;
-    events->GetTypeAttr(&ta);
-    EXPECT_EQ(ta->wTypeFlags, TYPEFLAG_FDISPATCHABLE);
-    EXPECT_EQ(ta->cFuncs, static_cast<WORD>(BrennockEvents().size()));
-    events->ReleaseTypeAttr(ta);
-
-    // A dual interface is found as its dispatch half; its vtable half is the
-    // implemented type -1.
-    iface->GetTypeAttr(&ta);
-    EXPECT_EQ(ta->typekind, TKIND_DISPATCH);
-    EXPECT_TRUE(ta->wTypeFlags & TYPEFLAG_FDUAL);
-    EXPECT_TRUE(ta->wTypeFlags & TYPEFLAG_FDISPATCHABLE);
-    EXPECT_FALSE(ta->wTypeFlags & TYPEFLAG_FNONEXTENSIBLE);
-    iface->ReleaseTypeAttr(ta);
-    HREFTYPE vtblRef = 0;
-    ComPtr<ITypeInfo> vtbl;
-    ASSERT_HRESULT_SUCCEEDED(iface->GetRefTypeOfImplType(-1, &vtblRef));
-    ASSERT_HRESULT_SUCCEEDED(iface->GetRefTypeInfo(vtblRef, vtbl.GetAddressOf()));
-    vtbl->GetTypeAttr(&ta);
-    EXPECT_EQ(ta->typekind, TKIND_INTERFACE);
-    EXPECT_EQ(ta->wTypeFlags, TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE);
-    vtbl->ReleaseTypeAttr(ta);
-    // Its base is IDispatch, from the standard OLE automation library.
-    HREFTYPE baseRef = 0;
-    ComPtr<ITypeInfo> base;
-    ASSERT_HRESULT_SUCCEEDED(vtbl->GetRefTypeOfImplType(0, &baseRef));
-    ASSERT_HRESULT_SUCCEEDED(vtbl->GetRefTypeInfo(baseRef, base.GetAddressOf()));
-    base->GetTypeAttr(&ta);
-    EXPECT_EQ(ta->guid, IID_IDispatch);
-    base->ReleaseTypeAttr(ta);
-
-    coclass->GetTypeAttr(&ta);
-    EXPECT_TRUE(ta->wTypeFlags & TYPEFLAG_FCANCREATE);
-    ASSERT_EQ(ta->cImplTypes, 2);
-    coclass->ReleaseTypeAttr(ta);
-    const struct
-    {
-        GUID guid;
-        INT flags;
-    } impls[] = {{IID_IBrennock, IMPLTYPEFLAG_FDEFAULT},
-                 {DIID__IBrennockEvents, IMPLTYPEFLAG_FDEFAULT | IMPLTYPEFLAG_FSOURCE}};
-    for (UINT i = 0; i < 2; ++i) {
-        INT flags = 0;
-        ASSERT_HRESULT_SUCCEEDED(coclass->GetImplTypeFlags(i, &flags));
-        EXPECT_EQ(flags, impls[i].flags);
-        HREFTYPE ref;
-        ComPtr<ITypeInfo> implInfo;
-        ASSERT_HRESULT_SUCCEEDED(coclass->GetRefTypeOfImplType(i, &ref));
-        ASSERT_HRESULT_SUCCEEDED(coclass->GetRefTypeInfo(ref, implInfo.GetAddressOf()));
-        TYPEATTR* ia = nullptr;
-        implInfo->GetTypeAttr(&ia);
-        EXPECT_EQ(ia->guid, impls[i].guid);
-        implInfo->ReleaseTypeAttr(ia);
-    }
+    // The dual interface's vtable half derives from IDispatch.
+    GUID guid;
+    WORD flags = 0;
+    ComPtr<ITypeInfo> vtbl = Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid, &flags);
+    EXPECT_EQ(flags, TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE);
+    Ref(vtbl.Get(), 0, &guid);
+    EXPECT_EQ(guid, IID_IDispatch);
 }
 
 TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
 {
-    // The vtable side of the dual interface: IDispatch's seven slots, then
-    // ours in order, property get before put.
-    ComPtr<ITypeInfo> disp, vtbl;
-    ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(IID_IBrennock, disp.GetAddressOf()));
-    HREFTYPE ref;
-    ASSERT_HRESULT_SUCCEEDED(disp->GetRefTypeOfImplType(-1, &ref));
-    ASSERT_HRESULT_SUCCEEDED(disp->GetRefTypeInfo(ref, vtbl.GetAddressOf()));
+    GUID guid;
+    ExpectLines(Transcript(Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid).Get()), kMembers);
 
-    TYPEATTR* ta = nullptr;
-    ASSERT_HRESULT_SUCCEEDED(vtbl->GetTypeAttr(&ta));
-    EXPECT_EQ(ta->typekind, TKIND_INTERFACE);
-    ASSERT_EQ(ta->cFuncs, static_cast<WORD>(BrennockMembers().size()));
-    vtbl->ReleaseTypeAttr(ta);
-
-    const auto& members = BrennockMembers();
-    for (UINT i = 0; i < members.size(); ++i) {
-        const MemberSpec& m = members[i];
-        SCOPED_TRACE(testing::PrintToString(std::wstring(m.name)));
-        FUNCDESC* fd = nullptr;
-        ASSERT_HRESULT_SUCCEEDED(vtbl->GetFuncDesc(i, &fd));
-        EXPECT_EQ(fd->memid, m.id);
-        EXPECT_EQ(fd->invkind, m.kind);
-        EXPECT_EQ(fd->oVft, static_cast<SHORT>((7 + i) * sizeof(void*)));
-        EXPECT_EQ(fd->elemdescFunc.tdesc.vt, VT_HRESULT);
-        ASSERT_EQ(fd->cParams, static_cast<SHORT>(m.params.size()));
-        for (SHORT p = 0; p < fd->cParams; ++p) {
-            const ELEMDESC& ed = fd->lprgelemdescParam[p];
-            const ParamSpec& ps = m.params[p];
-            if (ps.retval) {
-                EXPECT_EQ(ed.tdesc.vt, VT_PTR);
-                EXPECT_EQ(ed.tdesc.lptdesc->vt, ps.vt);
-                EXPECT_TRUE(ed.paramdesc.wParamFlags & PARAMFLAG_FRETVAL);
-                EXPECT_TRUE(ed.paramdesc.wParamFlags & PARAMFLAG_FOUT);
-            } else {
-                EXPECT_EQ(ed.tdesc.vt, ps.vt);
-                EXPECT_TRUE(ed.paramdesc.wParamFlags & PARAMFLAG_FIN);
-            }
-        }
-        vtbl->ReleaseFuncDesc(fd);
-
-        std::wstring help;
-        EXPECT_EQ(Doc(vtbl.Get(), m.id, &help), m.name);
-        EXPECT_EQ(help, m.help);
-        if (m.kind != INVOKE_PROPERTYPUT) {
-            std::vector<std::wstring> names = Names(vtbl.Get(), m.id);
-            ASSERT_EQ(names.size(), 1 + m.params.size());
-            for (size_t p = 0; p < m.params.size(); ++p)
-                EXPECT_EQ(names[1 + p], m.params[p].name);
-        }
+    // The control's own IDispatch binds the same names to the same ids.
+    ComPtr<IBrennock> control = CreateRegisteredControl();
+    ASSERT_TRUE(control);
+    for (const std::wstring& line : kMembers) {
+        std::wstring name = line.substr(0, line.find('('));
+        name = name.substr(name.rfind(' ') + 1);
+        LPOLESTR names[] = {name.data()};
+        DISPID id = DISPID_UNKNOWN;
+        EXPECT_HRESULT_SUCCEEDED(control->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id));
+        EXPECT_EQ(std::to_wstring(id), line.substr(0, line.find(' '))) << testing::PrintToString(name);
     }
 }
 
 TEST_F(TypeLibTest, EventMembers)
 {
-    ComPtr<ITypeInfo> events;
-    ASSERT_HRESULT_SUCCEEDED(lib->GetTypeInfoOfGuid(DIID__IBrennockEvents, events.GetAddressOf()));
-    const auto& specs = BrennockEvents();
-    for (UINT i = 0; i < specs.size(); ++i) {
-        const EventSpec& e = specs[i];
-        SCOPED_TRACE(testing::PrintToString(std::wstring(e.name)));
-        FUNCDESC* fd = nullptr;
-        ASSERT_HRESULT_SUCCEEDED(events->GetFuncDesc(i, &fd));
-        EXPECT_EQ(fd->memid, e.id);
-        EXPECT_EQ(fd->funckind, FUNC_DISPATCH);
-        EXPECT_EQ(fd->elemdescFunc.tdesc.vt, e.returnsHresult ? VT_HRESULT : VT_VOID);
-        ASSERT_EQ(fd->cParams, static_cast<SHORT>(e.params.size()));
-        for (SHORT p = 0; p < fd->cParams; ++p)
-            EXPECT_EQ(fd->lprgelemdescParam[p].tdesc.vt, e.params[p].vt);
-        events->ReleaseFuncDesc(fd);
-
-        std::wstring help;
-        EXPECT_EQ(Doc(events.Get(), e.id, &help), e.name);
-        EXPECT_EQ(help, std::wstring(L"method ") + e.name);
-        std::vector<std::wstring> names = Names(events.Get(), e.id);
-        ASSERT_EQ(names.size(), 1 + e.params.size());
-        for (size_t p = 0; p < e.params.size(); ++p)
-            EXPECT_EQ(names[1 + p], e.params[p].name);
-    }
+    ExpectLines(Transcript(Info(DIID__IBrennockEvents).Get()), kEvents);
 }
 
 }  // namespace

@@ -1,8 +1,7 @@
 // Drives the control from Wine's cscript, by name, as a UI script does, on a
-// copy of the provisioned example disk (examples/disk).
-// Prints one line per check and exits with the number of failures.
-var failures = 0;
-var checks = 0;
+// copy of the provisioned example disk (examples/disk). Prints one line per
+// check and exits with the number of failures.
+var failures = 0, checks = 0;
 function check(ok, what) {
     checks++;
     if (!ok) failures++;
@@ -13,16 +12,10 @@ function fails(f) {
 }
 
 var c = new ActiveXObject("BrennockControl.Brennock");
-check(c != null, "created by ProgID BrennockControl.Brennock");
-var c1 = new ActiveXObject("BrennockControl.Brennock.1");
-check(c1 != null, "created by ProgID BrennockControl.Brennock.1");
-
+check(new ActiveXObject("BrennockControl.Brennock.1") != null, "created by both ProgIDs");
 check(fails(function () { c.SessionStart(); }), "SessionStart before Open fails with E_FAIL");
-check(fails(function () { c.DebugWrite("early"); }), "DebugWrite before Open fails with E_FAIL");
-c.AssertWrite("cscript_test.js", -7, "before open");
-check(true, "AssertWrite works before Open");
-c.SimWatchSaveProgress(5);
-check(true, "SimWatchSaveProgress works before Open");
+c.AssertWrite("cscript_test.js", -7, "before open");   // works before Open
+c.SimWatchSaveProgress(5);                             // and so does this
 
 check(c.Open() == 1, "Open() returns 1");
 check(c.ParameterRead("studysite", "none") == "Bench 1", "ParameterRead finds a key in any case");
@@ -32,25 +25,16 @@ var dateForm = /^(Sun|Mon|Tue|Wed|Thu|Fri|Sat) \d\d (Jan|Feb|Mar|Apr|May|Jun|Jul
 var start = c.GetNextSessionStart(), end = c.GetNextSessionEnd();
 check(dateForm.test(start) && / 09:00:00$/.test(start), "next session opens at 09:00: " + start);
 check(dateForm.test(end) && / 12:00:00$/.test(end), "and closes at 12:00: " + end);
-check(c.InSessionWindow == 0 || c.InSessionWindow == 1, "InSessionWindow is 0 or 1");
-check(c.HaveHardware == 1, "HaveHardware is 1");
 c.CurrentFolder = "Tests";
 check(c.CurrentFolder == "\\Device Software\\Tests", "CurrentFolder resolves a relative folder");
-c.DebugWrite("from cscript");
-check(true, "DebugWrite after Open");
-check(fails(function () { c.PracticeMode = 1; }), "PracticeMode cannot be set");
-check(fails(function () { c.SimWatchDataDestroyEnded(0); }), "SimWatchDataDestroyEnded fails");
 c.AssertWrite("cscript_test.js", 12, "after open");
 c.Close();
 check(fails(function () { c.DebugWrite("late"); }), "DebugWrite after Close fails");
 c.Close();
-check(true, "Close twice");
 
-var fso = new ActiveXObject("Scripting.FileSystemObject");
-var text = fso.OpenTextFile("\\Hard Disk\\asserts.txt", 1).ReadAll();
+var text = new ActiveXObject("Scripting.FileSystemObject").OpenTextFile("\\Hard Disk\\asserts.txt", 1).ReadAll();
 check(/^\w{3} \d\d \w{3} \d{4} \d\d:\d\d:\d\d cscript_test\.js line -7 before open\r\n/.test(text),
       "first assert line has the layout");
 check(/ cscript_test\.js line 12 after open\r\n$/.test(text), "second assert line appended");
-
 WScript.Echo(checks - failures + " passed, " + failures + " failed");
 WScript.Quit(failures);

@@ -13,8 +13,8 @@ trap 'rm -rf "$work"' EXIT
 failures=0
 fail() { echo "FAIL $case: $*"; failures=$((failures + 1)); }
 
-# shell CASE [--plain] SHELL-ARGS...: runs the shell (next to the
-# simulators, or with --plain without them); sets rc, out and err.
+# shell CASE [--plain] SHELL-ARGS...: runs the shell next to the simulators
+# (--plain: without them); sets rc, out and err.
 shell() {
   case="$1"; shift
   local runner=("$root/scripts/simrun" --no-build --disk-from "$root/examples/disk" --)
@@ -27,11 +27,9 @@ shell() {
   echo "ran  $case: exit $rc"
 }
 expect_rc() { [ "$rc" -eq "$1" ] || fail "exit code $rc, expected $1"; }
-# expect_out/expect_err REGEX: some whole line matches.
 expect_out() { grep -Eq -- "^$1\$" <<<"$out" || fail "no output line /$1/ in:"$'\n'"$out"; }
 expect_err() { grep -Eq -- "^$1\$" <<<"$err" || fail "no error line /$1/ in:"$'\n'"$err"; }
 expect_no_err() { ! grep -Eq -- "$1" <<<"$err" || fail "unexpected error line /$1/"; }
-# expect_order A B: the output line A comes before the line B.
 expect_order() {
   local a b
   a=$(grep -nx -- "$1" <<<"$out" | head -n1 | cut -d: -f1)

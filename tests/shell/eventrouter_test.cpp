@@ -35,61 +35,40 @@ const ResultCase kCases[] = {
     {"handler throws", L"JScript", L"function Brennock_SessionEnded(c) { throw new Error('no'); }", 0, 1},
 };
 
-class EventRouterResult : public ::testing::TestWithParam<ResultCase>
+TEST(EventRouter, HandlersValueReachesTheControlAsALong)
 {
-protected:
-    void SetUp() override
-    {
-        ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-        CLSID clsid;
-        ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
-        ASSERT_HRESULT_SUCCEEDED(
-            CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(control.GetAddressOf())));
-    }
-    void TearDown() override
-    {
-        control.Reset();
-        CoUninitialize();
-    }
+    ASSERT_HRESULT_SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED));
     ComPtr<IUnknown> control;
-};
+    CLSID clsid;
+    ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
+    ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(control.GetAddressOf())));
+    for (const ResultCase& c : kCases) {
+        SCOPED_TRACE(c.what);
+        ShellRun run;
+        ScriptHost script(run, L"handler");
+        ASSERT_HRESULT_SUCCEEDED(script.Start(c.engine));
+        ASSERT_TRUE(script.RunGlobalCode(c.script));
+        ComPtr<EventRouter> router;
+        router.Attach(new EventRouter(run, script));
+        ASSERT_HRESULT_SUCCEEDED(router->ReadEvents(control.Get()));
+        ASSERT_EQ(router->EventName(kSessionEnded), L"SessionEnded");
 
-TEST_P(EventRouterResult, HandlersValueReachesTheControlAsALong)
-{
-    const ResultCase& c = GetParam();
-    ShellRun run;
-    ScriptHost script(run, L"handler");
-    ASSERT_HRESULT_SUCCEEDED(script.Start(c.engine));
-    ASSERT_TRUE(script.RunGlobalCode(c.script));
-
-    ComPtr<EventRouter> router;
-    router.Attach(new EventRouter(run, script));
-    ASSERT_HRESULT_SUCCEEDED(router->ReadEvents(control.Get()));
-    ASSERT_EQ(router->EventName(kSessionEnded), L"SessionEnded");
-
-    VARIANT cause;
-    VariantInit(&cause);
-    cause.vt = VT_I2;
-    cause.iVal = 103;
-    DISPPARAMS params{&cause, nullptr, 1, 0};
-    VARIANT result;
-    VariantInit(&result);
-    EXPECT_HRESULT_SUCCEEDED(router->Invoke(kSessionEnded, IID_NULL, 0x0400, DISPATCH_METHOD, &params, &result,
-                                            nullptr, nullptr));
-    EXPECT_EQ(result.vt, VT_I4);
-    EXPECT_EQ(result.lVal, c.expected);
-    EXPECT_EQ(run.HandlerErrors(), c.handlerErrors);
-    VariantClear(&result);
-    script.Close();
+        VARIANT cause, result;
+        VariantInit(&cause);
+        VariantInit(&result);
+        cause.vt = VT_I2;
+        cause.iVal = 103;
+        DISPPARAMS params{&cause, nullptr, 1, 0};
+        EXPECT_HRESULT_SUCCEEDED(
+            router->Invoke(kSessionEnded, IID_NULL, 0x0400, DISPATCH_METHOD, &params, &result, nullptr, nullptr));
+        EXPECT_EQ(result.vt, VT_I4);
+        EXPECT_EQ(result.lVal, c.expected);
+        EXPECT_EQ(run.HandlerErrors(), c.handlerErrors);
+        VariantClear(&result);
+        script.Close();
+    }
+    control.Reset();
+    CoUninitialize();
 }
-
-INSTANTIATE_TEST_SUITE_P(Handlers, EventRouterResult, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<ResultCase>& info) {
-                             std::string name = info.param.what;
-                             for (char& ch : name)
-                                 if (ch == ' ')
-                                     ch = '_';
-                             return name;
-                         });
 
 }  // namespace

@@ -57,22 +57,15 @@ TEST(ShellOptions, CommandLines)
 std::string Ansi(const std::wstring& text)
 {
     std::string out(text.size() * 2, '\0');
-    const int n = WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), out.data(),
-                                      static_cast<int>(out.size()), nullptr, nullptr);
-    out.resize(static_cast<size_t>(n));
+    out.resize(WideCharToMultiByte(CP_ACP, 0, text.data(), int(text.size()), out.data(), int(out.size()), nullptr,
+                                   nullptr));
     return out;
 }
-
-struct Encoding
-{
-    const char* what;
-    std::string bytes;
-};
 
 TEST(ScriptFile, ReadsEveryEncodingToTheSameText)
 {
     const std::wstring expected = L"Shell.Echo(\"Gr\u00fc\u00dfe\");\n";
-    const Encoding kEncodings[] = {
+    const std::pair<const char*, std::string> kEncodings[] = {
         {"UTF-8", "Shell.Echo(\"Gr\xC3\xBC\xC3\x9F" "e\");\n"},
         {"UTF-8 with BOM", "\xEF\xBB\xBFShell.Echo(\"Gr\xC3\xBC\xC3\x9F" "e\");\n"},
         {"UTF-16", std::string("\xFF\xFE", 2) +
@@ -82,12 +75,12 @@ TEST(ScriptFile, ReadsEveryEncodingToTheSameText)
     wchar_t dir[MAX_PATH], path[MAX_PATH];
     GetTempPathW(MAX_PATH, dir);
     GetTempFileNameW(dir, L"shl", 0, path);
-    for (const Encoding& e : kEncodings) {
-        SCOPED_TRACE(e.what);
+    for (const auto& [what, bytes] : kEncodings) {
+        SCOPED_TRACE(what);
         HANDLE f = CreateFileW(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
         ASSERT_NE(f, INVALID_HANDLE_VALUE);
         DWORD written = 0;
-        WriteFile(f, e.bytes.data(), static_cast<DWORD>(e.bytes.size()), &written, nullptr);
+        WriteFile(f, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
         CloseHandle(f);
         std::wstring text, reason;
         ASSERT_TRUE(ReadScriptFile(path, text, reason));
