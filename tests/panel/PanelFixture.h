@@ -1,11 +1,13 @@
-// What the GPIO tests share: a control with an advised recording sink, a
-// message loop that counts the GPIO heartbeats it dispatches, and the bench
-// panel (the tests run under scripts/simrun).
+// What the tests of the control next to the bench panel share (they run under
+// scripts/simrun): a control with an advised recording sink, a message loop
+// that counts the GPIO heartbeats it dispatches, and the panel; and the
+// registered control bound late, as a UI script meets it.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cwchar>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,14 +17,11 @@
 #include "tests/support/DeviceDisk.h"
 #include "tests/support/MessagePump.h"
 
-// Dispatch ids of the GPIO events.
-constexpr DISPID kBlinkEnded = 1;
-constexpr DISPID kTimerEnded = 21;
-constexpr DISPID kLidMoved = 22;
-constexpr DISPID kDataStoreVisible = 26;
+// Dispatch ids of the GPIO events, and of the microcontroller's reset note.
+constexpr DISPID kBlinkEnded = 1, kTimerEnded = 21, kLidMoved = 22, kDataStoreVisible = 26, kHC08ResetEvent = 19;
 
-// One event as the script got it: arguments in declaration order, and the
-// number of heartbeats the loop had dispatched when it came.
+// One event as the script got it: 16-bit integer arguments in declaration
+// order (-99999 for any other type), and the heartbeats dispatched by then.
 struct GpioEvent
 {
     DISPID id;
@@ -39,26 +38,27 @@ inline std::ostream& operator<<(std::ostream& os, const GpioEvent& e)
     return os << " @" << e.beat << "}";
 }
 
-// Raised once by every Open, when the microcontroller answers its reset.
-constexpr DISPID kHC08ResetEvent = 19;
+inline GpioEvent Ev(DISPID id, std::vector<int> args)
+{
+    return GpioEvent{id, std::move(args), 0};
+}
 
 class PanelFixture : public ::testing::Test
 {
 protected:
-    // Advises the sink on the control and opens it.
+    // Advises the sink on the control (Open needs the params file).
     void Start(IUnknown* control)
     {
         ASSERT_HRESULT_SUCCEEDED(com.Result());
         ASSERT_TRUE(BenchPanel::Running()) << "run this program through scripts/simrun";
-        ProvisionDisk();  // Open needs the params file
+        ProvisionDisk();
         m_control = control;
         sink.onEvent = [this](DISPID) { m_beats.push_back(heartbeats); };
         m_cookie = AdviseSink(control, &sink);
         ASSERT_NE(m_cookie, 0u);
     }
 
-    // A control built into the test program, advised and opened (Open
-    // reporting 1).
+    // A control built into the test program, advised and opened (Open reporting 1).
     void OpenLocalControl(ComPtr<IBrennock>* control)
     {
         *control = CreateLocalControl();
@@ -76,20 +76,18 @@ protected:
         m_cookie = 0;
     }
 
-    // Runs the loop until done(); every heartbeat of a GPIO window on this
-    // thread is counted just before it is dispatched.
+    // Runs the loop until done(), counting every heartbeat of a GPIO window
+    // on this thread just before it is dispatched.
     bool Pump(const std::function<bool()>& done)
     {
         return PumpUntil(done, 30000, [this](const MSG& msg) {
-            if (msg.message == WM_TIMER && msg.wParam == 50 && msg.hwnd != nullptr) {
-                wchar_t name[64];
-                if (GetClassNameW(msg.hwnd, name, 64) && wcscmp(name, L"GpioMessageWin") == 0)
-                    ++heartbeats;
-            }
+            wchar_t name[64];
+            if (msg.message == WM_TIMER && msg.wParam == 50 && msg.hwnd != nullptr &&
+                GetClassNameW(msg.hwnd, name, 64) && wcscmp(name, L"GpioMessageWin") == 0)
+                ++heartbeats;
         });
     }
 
-    // Runs the loop until n more heartbeats have been handled.
     bool PumpHeartbeats(int n)
     {
         const int target = heartbeats + n;
@@ -107,8 +105,6 @@ protected:
         std::vector<GpioEvent> out;
         for (size_t i = 0; i < sink.events.size(); ++i) {
             const ReceivedEvent& r = sink.events[i];
-            if (r.id == kHC08ResetEvent)
-                continue;  // the microcontroller link's own opening
             GpioEvent e{r.id, {}, i < m_beats.size() ? m_beats[i] : -1};
             for (size_t k = r.args.size(); k-- > 0;)
                 e.args.push_back(r.args[k].vt == VT_I2 ? r.args[k].iVal : -99999);
@@ -127,12 +123,12 @@ protected:
     }
 
     // Everything but the lid, whose first report comes on the first heartbeat
-    // of every fresh control.
+    // of every fresh control, and the microcontroller's reset note at Open.
     std::vector<GpioEvent> EventsButLid() const
     {
         std::vector<GpioEvent> out;
         for (const GpioEvent& e : Events())
-            if (e.id != kLidMoved)
+            if (e.id != kLidMoved && e.id != kHC08ResetEvent)
                 out.push_back(e);
         return out;
     }
@@ -157,7 +153,44 @@ private:
     std::vector<int> m_beats;
 };
 
-inline GpioEvent Ev(DISPID id, std::vector<int> args)
+// The registered control, created by ProgID and called late-bound through
+// IDispatch with an advised sink; Open is the test's to call.
+class ScriptFixture : public PanelFixture
 {
-    return GpioEvent{id, std::move(args), 0};
-}
+protected:
+    void SetUp() override
+    {
+        CLSID clsid;
+        ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
+        ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                                  reinterpret_cast<void**>(disp.GetAddressOf())));
+        Start(disp.Get());
+        script = std::make_unique<ScriptObject>(disp.Get());
+    }
+
+    void TearDown() override
+    {
+        if (script)
+            Call(L"Close");
+        Stop();
+        script.reset();
+        disp.Reset();
+    }
+
+    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr)
+    {
+        return script->Call(name, std::move(args), result);
+    }
+
+    // Open's out value, -1 when it is not a 16-bit integer.
+    short Open()
+    {
+        VARIANT ok;
+        VariantInit(&ok);
+        EXPECT_EQ(Call(L"Open", {}, &ok), S_OK);
+        return ok.vt == VT_I2 ? ok.iVal : -1;
+    }
+
+    ComPtr<IDispatch> disp;
+    std::unique_ptr<ScriptObject> script;
+};

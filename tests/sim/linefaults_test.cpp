@@ -9,33 +9,37 @@
 
 namespace {
 
-sim::LineFaultCommand Parsed(const std::string& line)
+sim::LineFaults::Parsed Parse(const std::string& line, sim::LineFaultCommand* c)
+{
+    std::string error;
+    return sim::LineFaults::Parse(sim::Words(line), c, &error);
+}
+
+sim::LineFaults Armed(const std::string& line)
 {
     sim::LineFaultCommand c;
-    std::string error;
-    EXPECT_EQ(sim::LineFaults::Parse(sim::Words(line), &c, &error), sim::LineFaults::Parsed::kYes) << error;
-    return c;
+    EXPECT_EQ(Parse(line, &c), sim::LineFaults::Parsed::kYes) << line;
+    sim::LineFaults faults;
+    faults.Arm(c);
+    return faults;
 }
 
 TEST(LineFaults, NextFaultsDamageOnePacketAtTheGivenByteAndSaySo)
 {
-    sim::LineFaults faults;
     const std::string packet("\x10\x05\x00\x34\x56\x20\x41", 7);
     std::string note;
-    faults.Arm(Parsed("drop next 3"));
-    EXPECT_EQ(faults.Damage(packet, &note), std::string("\x10\x05\x00\x56\x20\x41", 6));
+    sim::LineFaults drop = Armed("drop next 3"), dup = Armed("dup next 6");
+    EXPECT_EQ(drop.Damage(packet, &note), std::string("\x10\x05\x00\x56\x20\x41", 6));
     EXPECT_EQ(note, "dropped byte 3 (0x34)");
-    EXPECT_EQ(faults.Damage(packet, &note), packet) << "only the next packet";
+    EXPECT_EQ(drop.Damage(packet, &note), packet) << "only the next packet";
     EXPECT_TRUE(note.empty());
-    faults.Arm(Parsed("dup next 6"));
-    EXPECT_EQ(faults.Damage(packet, &note), packet + "\x41");
+    EXPECT_EQ(dup.Damage(packet, &note), packet + "\x41");
     EXPECT_EQ(note, "doubled byte 6 (0x41)");
 }
 
-TEST(LineFaults, RatesDamageAboutThatShareAndOffStopsThem)
+TEST(LineFaults, RatesDamageAboutThatShareAndOffStopsThemAndNoiseFollowsTheSeed)
 {
-    sim::LineFaults faults;
-    faults.Arm(Parsed("drop rate 20"));
+    sim::LineFaults faults = Armed("drop rate 20");
     std::string note;
     int damaged = 0;
     for (int i = 0; i < 1000; ++i) {
@@ -45,21 +49,16 @@ TEST(LineFaults, RatesDamageAboutThatShareAndOffStopsThem)
     }
     EXPECT_GT(damaged, 120);
     EXPECT_LT(damaged, 280);
-    faults.Arm(Parsed("drop off"));
+    sim::LineFaultCommand c;
+    ASSERT_EQ(Parse("drop off", &c), sim::LineFaults::Parsed::kYes);
+    faults.Arm(c);
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(faults.Damage("0123456789", &note), "0123456789");
-    std::string error;
-    sim::LineFaultCommand c;
-    EXPECT_EQ(sim::LineFaults::Parse(sim::Words("drop rate 101"), &c, &error), sim::LineFaults::Parsed::kBad);
-    EXPECT_EQ(sim::LineFaults::Parse(sim::Words("noise 0"), &c, &error), sim::LineFaults::Parsed::kBad);
-    EXPECT_EQ(sim::LineFaults::Parse(sim::Words("reset"), &c, &error), sim::LineFaults::Parsed::kNo);
-}
+    EXPECT_EQ(Parse("drop rate 101", &c), sim::LineFaults::Parsed::kBad);
+    EXPECT_EQ(Parse("noise 0", &c), sim::LineFaults::Parsed::kBad);
+    EXPECT_EQ(Parse("reset", &c), sim::LineFaults::Parsed::kNo);
 
-TEST(LineFaults, NoiseIsTheSameForTheSameSeed)
-{
-    sim::LineFaults a, b;
-    a.Arm(Parsed("seed 7"));
-    b.Arm(Parsed("seed 7"));
+    sim::LineFaults a = Armed("seed 7"), b = Armed("seed 7");
     EXPECT_EQ(a.Noise(32), b.Noise(32));
     EXPECT_EQ(a.Noise(5).size(), 5u);
 }
