@@ -32,15 +32,22 @@ struct GpioEvent
 
 inline std::ostream& operator<<(std::ostream& os, const GpioEvent& e)
 {
-    os << "{" << e.id << ":";
-    for (int a : e.args)
-        os << " " << a;
-    return os << " @" << e.beat << "}";
+    return os << "{" << e.id << ": " << testing::PrintToString(e.args) << " @" << e.beat << "}";
 }
 
 inline GpioEvent Ev(DISPID id, std::vector<int> args)
 {
     return GpioEvent{id, std::move(args), 0};
+}
+
+// The names of the files in "\Device Temp" that end in suffix (".motr").
+inline std::vector<std::wstring> TempFiles(const std::wstring& suffix)
+{
+    std::vector<std::wstring> names;
+    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
+        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+            names.push_back(name);
+    return names;
 }
 
 class PanelFixture : public ::testing::Test
@@ -76,8 +83,7 @@ protected:
         m_cookie = 0;
     }
 
-    // Runs the loop until done(), counting every heartbeat of a GPIO window
-    // on this thread just before it is dispatched.
+    // Runs the loop until done(), counting the GPIO heartbeats dispatched.
     bool Pump(const std::function<bool()>& done)
     {
         return PumpUntil(done, 30000, [this](const MSG& msg) {
@@ -94,13 +100,13 @@ protected:
         return Pump([&] { return heartbeats >= target; });
     }
 
-    // Runs the loop until `count` events with this id have arrived in all.
     bool PumpUntilEvents(DISPID id, size_t count)
     {
         return Pump([&] { return Events(id).size() >= count; });
     }
 
-    std::vector<GpioEvent> Events() const
+    // The events so far that keep(id) holds for.
+    std::vector<GpioEvent> Events(const std::function<bool(DISPID)>& keep = [](DISPID) { return true; }) const
     {
         std::vector<GpioEvent> out;
         for (size_t i = 0; i < sink.events.size(); ++i) {
@@ -108,29 +114,22 @@ protected:
             GpioEvent e{r.id, {}, i < m_beats.size() ? m_beats[i] : -1};
             for (size_t k = r.args.size(); k-- > 0;)
                 e.args.push_back(r.args[k].vt == VT_I2 ? r.args[k].iVal : -99999);
-            out.push_back(e);
+            if (keep(r.id))
+                out.push_back(e);
         }
         return out;
     }
 
     std::vector<GpioEvent> Events(DISPID id) const
     {
-        std::vector<GpioEvent> out;
-        for (const GpioEvent& e : Events())
-            if (e.id == id)
-                out.push_back(e);
-        return out;
+        return Events([id](DISPID e) { return e == id; });
     }
 
     // Everything but the lid, whose first report comes on the first heartbeat
     // of every fresh control, and the microcontroller's reset note at Open.
     std::vector<GpioEvent> EventsButLid() const
     {
-        std::vector<GpioEvent> out;
-        for (const GpioEvent& e : Events())
-            if (e.id != kLidMoved && e.id != kHC08ResetEvent)
-                out.push_back(e);
-        return out;
+        return Events([](DISPID e) { return e != kLidMoved && e != kHC08ResetEvent; });
     }
 
     // What the panel saw since the last call.

@@ -9,56 +9,53 @@
 
 namespace {
 
-sim::LineFaults::Parsed Parse(const std::string& line, sim::LineFaultCommand* c)
-{
-    std::string error;
-    return sim::LineFaults::Parse(sim::Words(line), c, &error);
-}
-
-sim::LineFaults Armed(const std::string& line)
+sim::LineFaults::Parsed Arm(sim::LineFaults& faults, const std::string& line)
 {
     sim::LineFaultCommand c;
-    EXPECT_EQ(Parse(line, &c), sim::LineFaults::Parsed::kYes) << line;
-    sim::LineFaults faults;
-    faults.Arm(c);
-    return faults;
+    std::string error;
+    const sim::LineFaults::Parsed parsed = sim::LineFaults::Parse(sim::Words(line), &c, &error);
+    if (parsed == sim::LineFaults::Parsed::kYes)
+        faults.Arm(c);
+    return parsed;
 }
 
 TEST(LineFaults, NextFaultsDamageOnePacketAtTheGivenByteAndSaySo)
 {
     const std::string packet("\x10\x05\x00\x34\x56\x20\x41", 7);
     std::string note;
-    sim::LineFaults drop = Armed("drop next 3"), dup = Armed("dup next 6");
-    EXPECT_EQ(drop.Damage(packet, &note), std::string("\x10\x05\x00\x56\x20\x41", 6));
+    sim::LineFaults faults;
+    ASSERT_EQ(Arm(faults, "drop next 3"), sim::LineFaults::Parsed::kYes);
+    EXPECT_EQ(faults.Damage(packet, &note), std::string("\x10\x05\x00\x56\x20\x41", 6));
     EXPECT_EQ(note, "dropped byte 3 (0x34)");
-    EXPECT_EQ(drop.Damage(packet, &note), packet) << "only the next packet";
+    EXPECT_EQ(faults.Damage(packet, &note), packet) << "only the next packet";
     EXPECT_TRUE(note.empty());
-    EXPECT_EQ(dup.Damage(packet, &note), packet + "\x41");
+    ASSERT_EQ(Arm(faults, "dup next 6"), sim::LineFaults::Parsed::kYes);
+    EXPECT_EQ(faults.Damage(packet, &note), packet + "\x41");
     EXPECT_EQ(note, "doubled byte 6 (0x41)");
 }
 
-TEST(LineFaults, RatesDamageAboutThatShareAndOffStopsThemAndNoiseFollowsTheSeed)
+TEST(LineFaults, RatesDamageAboutThatShareOffStopsThemAndNoiseFollowsTheSeed)
 {
-    sim::LineFaults faults = Armed("drop rate 20");
+    sim::LineFaults faults, a, b;
+    ASSERT_EQ(Arm(faults, "drop rate 20"), sim::LineFaults::Parsed::kYes);
     std::string note;
     int damaged = 0;
     for (int i = 0; i < 1000; ++i) {
-        std::string out = faults.Damage("0123456789", &note);
-        damaged += !note.empty();
+        const std::string out = faults.Damage("0123456789", &note);
         EXPECT_EQ(out.size(), note.empty() ? 10u : 9u);
+        damaged += !note.empty();
     }
     EXPECT_GT(damaged, 120);
     EXPECT_LT(damaged, 280);
-    sim::LineFaultCommand c;
-    ASSERT_EQ(Parse("drop off", &c), sim::LineFaults::Parsed::kYes);
-    faults.Arm(c);
+    ASSERT_EQ(Arm(faults, "drop off"), sim::LineFaults::Parsed::kYes);
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ(faults.Damage("0123456789", &note), "0123456789");
-    EXPECT_EQ(Parse("drop rate 101", &c), sim::LineFaults::Parsed::kBad);
-    EXPECT_EQ(Parse("noise 0", &c), sim::LineFaults::Parsed::kBad);
-    EXPECT_EQ(Parse("reset", &c), sim::LineFaults::Parsed::kNo);
+    EXPECT_EQ(Arm(faults, "drop rate 101"), sim::LineFaults::Parsed::kBad);
+    EXPECT_EQ(Arm(faults, "noise 0"), sim::LineFaults::Parsed::kBad);
+    EXPECT_EQ(Arm(faults, "reset"), sim::LineFaults::Parsed::kNo);
 
-    sim::LineFaults a = Armed("seed 7"), b = Armed("seed 7");
+    ASSERT_EQ(Arm(a, "seed 7"), sim::LineFaults::Parsed::kYes);
+    ASSERT_EQ(Arm(b, "seed 7"), sim::LineFaults::Parsed::kYes);
     EXPECT_EQ(a.Noise(32), b.Noise(32));
     EXPECT_EQ(a.Noise(5).size(), 5u);
 }

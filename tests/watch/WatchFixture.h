@@ -10,11 +10,7 @@
 
 inline std::vector<std::wstring> TremFiles()
 {
-    std::vector<std::wstring> names;
-    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
-        if (name.size() > 5 && name.compare(name.size() - 5, 5, L".trem") == 0)
-            names.push_back(name);
-    return names;
+    return TempFiles(L".trem");
 }
 
 // Dispatch ids of the watch events.
@@ -46,12 +42,10 @@ protected:
     // The watch events so far (the lid's and the microcontroller's left out).
     std::vector<GpioEvent> WatchEvents() const
     {
-        std::vector<GpioEvent> out;
-        for (const GpioEvent& e : Events())
-            if (e.id == kWatchVisible || e.id == kWatchSaveProgress || e.id == kWatchSaveEnded ||
-                e.id == kWatchDataDestroyEnded || e.id == kWatchParametersRead)
-                out.push_back(e);
-        return out;
+        return Events([](DISPID id) {
+            return id == kWatchVisible || id == kWatchSaveProgress || id == kWatchSaveEnded ||
+                   id == kWatchDataDestroyEnded || id == kWatchParametersRead;
+        });
     }
 
     // The script's WatchSaveStart("Watch").

@@ -1,6 +1,7 @@
 // The watch operations on the host thread, fed with response records made
 // here as the command thread would post them: the parameter reply, how many
 // blocks a save reads, how it ends, and the destroy sequence's command texts.
+// Whole saves and the whole destroy sequence run against the simulator.
 #include "tests/watch/WatchFixture.h"
 
 #include <cstdio>
@@ -95,17 +96,10 @@ TEST_F(OperationsTest, TheParameterReplyGivesTheLogAddress)
 
 TEST_F(OperationsTest, TheSaveReadsUpToTheRulesAddress)
 {
-    // Units of 256 bytes, one more when the address is not a multiple of 255;
-    // a block is 16 units.
+    // Units of 256 bytes, one more when the address is not a multiple of 255,
+    // and at least one; the save reads them 16 to a block.
     for (auto [recorded, units] : {std::pair{0x1000L, 17L}, {0x0FF0L, 15L}, {0L, 1L}, {0x100L, 2L}, {0x2000L, 33L}})
         EXPECT_EQ(CWatch::BlocksToRead(recorded), units) << recorded;
-
-    // Nothing recorded still reads one block.
-    ReadParms("0");
-    StartSave();
-    Blocks({true});
-    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {100}), Ev(kWatchSaveEnded, {0})}));
-    EXPECT_EQ(watch->BlockAddress(), -1);
 }
 
 TEST_F(OperationsTest, ASaveEndsWith103WhenCancelledAnd102WhenABlockOrTheFileFails)
@@ -152,8 +146,6 @@ TEST_F(OperationsTest, ASaveIsRefusedWithoutParametersWhileOneRunsAndWithoutANam
 
 TEST_F(OperationsTest, TheDestroySequencesNameFailuresAndLogPointer)
 {
-    // The full sequence at a standing clock is checked against the watch
-    // simulator; here the name's bytes, the failure texts and the pointer.
     SYSTEMTIME st = {2026, 11, 1, 23, 11, 5, 0, 0};
     const BYTE name[] = {0x00, 0x0A, 0xFF, 0x42};
     WatchDestroyStep steps[kWatchSetupSteps];
