@@ -24,7 +24,7 @@ Bytes Build(F f)
     return Bytes(p.get(), p.get() + size);
 }
 
-TEST(HC08PackTest, LengthByteBoundsAndReporting)
+TEST(HC08PackTest, LengthByteBoundsMisuseAndReporting)
 {
     DebugCapture capture;
     BYTE p[16] = {0x10, 4};
@@ -47,6 +47,20 @@ TEST(HC08PackTest, LengthByteBoundsAndReporting)
     EXPECT_EQ(CHC08Pack::CalcSizePacket(nullptr, true), -1);
     EXPECT_EQ(capture.Lines(), Lines{L"CHC08Pack::CalcSizePacket: null pPack\n"});
     EXPECT_EQ(AssertLines(), before + 1);
+
+    // Field accessors refuse the wrong packet kind: asserts, nothing written.
+    capture.Clear();
+    Bytes go = Build([](int* n) { return CHC08Pack::BuildTimerGo(n, 0x3456); });
+    const Bytes unchanged = go;
+    EXPECT_EQ(CHC08Pack::GetDeltaTicks(go.data()), 0);
+    CHC08Pack::SetDeltaTicks(go.data(), 5);
+    EXPECT_EQ(CHC08Pack::GetPegsInLeft(go.data()), 0);
+    CHC08Pack::SetPegsInRight(go.data(), 5);
+    EXPECT_EQ(CHC08Pack::GetTickHz(go.data()), 0u);
+    CHC08Pack::SetTickHz(go.data(), 5);
+    EXPECT_EQ(go, unchanged);
+    EXPECT_EQ(AssertLines(), before + 7);
+    EXPECT_TRUE(capture.Lines().empty());
 }
 
 TEST(HC08PackTest, BuildersLayOutEveryPacketExactly)
@@ -85,26 +99,8 @@ TEST(HC08PackTest, BuildersLayOutEveryPacketExactly)
     EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0xFF, 0xA5}));
     CHC08Pack::BuildNoiseCommand(false, cmd);
     EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0x00, 0xA4}));
-}
-
-TEST(HC08PackTest, FieldAccessorsRefuseTheWrongPacketKind)
-{
-    DebugCapture capture;
-    Bytes go = Build([](int* n) { return CHC08Pack::BuildTimerGo(n, 0x3456); });
-    const Bytes before = go;
-    size_t asserts = AssertLines();
-    EXPECT_EQ(CHC08Pack::GetDeltaTicks(go.data()), 0);
-    CHC08Pack::SetDeltaTicks(go.data(), 5);
-    EXPECT_EQ(CHC08Pack::GetPegsInLeft(go.data()), 0);
-    CHC08Pack::SetPegsInRight(go.data(), 5);
-    EXPECT_EQ(CHC08Pack::GetTickHz(go.data()), 0u);
-    CHC08Pack::SetTickHz(go.data(), 5);
-    EXPECT_EQ(go, before);  // setters wrote nothing
-    EXPECT_EQ(AssertLines(), asserts + 6);
-    EXPECT_TRUE(capture.Lines().empty());
-    Bytes tap = Build([](int* n) { return CHC08Pack::BuildDigitoRightUpward(n, 1, 0xABCDE); });
-    EXPECT_EQ(CHC08Pack::GetDeltaTicks(tap.data()), 0xBCDE);
-    EXPECT_EQ(CHC08Pack::GetTicks(tap.data()), 1u);
+    EXPECT_EQ(CHC08Pack::GetDeltaTicks(cases[2].built.data()), 0x2345);
+    EXPECT_EQ(CHC08Pack::GetTicks(cases[2].built.data()), 0x102u);
 }
 
 // Seven-byte packets numbered through their ticks.

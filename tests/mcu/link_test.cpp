@@ -1,18 +1,9 @@
-// The microcontroller link as a UI script meets it: the registered control,
-// bound late, with an advised sink, inside a running message loop, and the
-// microcontroller simulator at the other end of a real pseudo-terminal mapped
-// to COM2. Run by scripts/simrun with the simulator's tick counter stopped
+// The microcontroller link as a UI script meets it, with the microcontroller
+// simulator on COM2, run by scripts/simrun with its tick counter stopped
 // (every tick exact) and known reset-note fields; see CMakeLists.txt.
-#include <gtest/gtest.h>
-
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "mcu/HC08Pack.h"
 #include "tests/panel/PanelFixture.h"
@@ -98,9 +89,8 @@ protected:
         return n < events.size() ? Args(events[n]) : Numbers{-1, -1, -1};
     }
 
-    // Sends the commands, then a fence packet (capsit left up) and runs the
-    // message loop until its event arrives: everything before it has then
-    // been read, framed, dispatched.
+    // Sends the commands and a fence packet (capsit left up), and runs the
+    // loop until its event: everything before is then read and dispatched.
     bool SendAndFence(const std::vector<std::string>& commands)
     {
         for (const std::string& c : commands)
@@ -112,9 +102,6 @@ protected:
 
     McuSim mcu;
 };
-
-// ---------------------------------------------------------------------------
-// The link with a microcontroller that answers
 
 class LinkTest : public LinkFixture
 {
@@ -274,22 +261,14 @@ TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
 TEST_F(LinkTest, SimulatedPacketsCountTicksFromGoAcrossRollovers)
 {
     ASSERT_EQ(Call(L"SimTimerGo", {I4(kTicksPerRollover - 16)}), S_OK);
-    ASSERT_EQ(Call(L"SimCapsitLeftDown", {I4(32)}), S_OK);
     ASSERT_EQ(Call(L"SimTimerRollover"), S_OK);
-    ASSERT_EQ(Call(L"SimCapsitLeftDown", {I4(32)}), S_OK);
     ASSERT_EQ(Call(L"SimPegsMap", {I4(40), I2(0x0F), I2(0xF0)}), S_OK);
     ASSERT_EQ(Call(L"SimHC08Reset", {I2(1), I2(2), I2(3), ScriptObject::R8(999.9), I2(4)}), S_OK);
     ASSERT_TRUE(PumpUntilEvents(kHC08Reset, 2));
     EXPECT_EQ(ArgsOf(kTimerGo), Numbers{kTicksPerRollover - 16});
-    ASSERT_EQ(Events(kCapsitLeftDown).size(), 2u);
-    EXPECT_EQ(ArgsOf(kCapsitLeftDown, 0), Numbers{32});
-    EXPECT_EQ(ArgsOf(kCapsitLeftDown, 1), Numbers{kTicksPerRollover + 32});
     EXPECT_EQ(ArgsOf(kPegsMap), (Numbers{kTicksPerRollover + 40, 0x0F, 0xF0}));
     EXPECT_EQ(ArgsOf(kHC08Reset, 1), (Numbers{1, 2, 3, 999, 4}));
 }
-
-// ---------------------------------------------------------------------------
-// A microcontroller that never answers, and no microcontroller at all
 
 TEST_F(LinkFixture, SilentMicrocontrollerOpenGivesUpAfterEightSeconds)
 {

@@ -65,22 +65,10 @@ protected:
         ASSERT_NE(m_cookie, 0u);
     }
 
-    // A control built into the test program, advised and opened (Open reporting 1).
-    void OpenLocalControl(ComPtr<IBrennock>* control)
+    void TearDown() override
     {
-        *control = CreateLocalControl();
-        ASSERT_TRUE(*control);
-        Start(control->Get());
-        short ok = 0;
-        ASSERT_EQ((*control)->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
-    }
-
-    void Stop()
-    {
-        if (m_control != nullptr && m_cookie != 0)
+        if (m_cookie != 0)
             UnadviseSink(m_control, m_cookie);
-        m_cookie = 0;
     }
 
     // Runs the loop until done(), counting the GPIO heartbeats dispatched.
@@ -152,6 +140,36 @@ private:
     std::vector<int> m_beats;
 };
 
+// The control built into the test program (its managers within reach),
+// advised and opened.
+class LocalFixture : public PanelFixture
+{
+protected:
+    void SetUp() override
+    {
+        control = CreateLocalControl();
+        ASSERT_TRUE(control);
+        ASSERT_NO_FATAL_FAILURE(Start(control.Get()));
+        short ok = 0;
+        ASSERT_EQ(control->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+        site = AsControl(control.Get());
+        Seen();
+        capture.Clear();
+    }
+
+    void TearDown() override
+    {
+        if (control)
+            control->Close();
+        PanelFixture::TearDown();
+        control.Reset();
+    }
+
+    ComPtr<IBrennock> control;
+    IManagerSite* site = nullptr;
+};
+
 // The registered control, created by ProgID and called late-bound through
 // IDispatch with an advised sink; Open is the test's to call.
 class ScriptFixture : public PanelFixture
@@ -171,7 +189,7 @@ protected:
     {
         if (script)
             Call(L"Close");
-        Stop();
+        PanelFixture::TearDown();
         script.reset();
         disp.Reset();
     }

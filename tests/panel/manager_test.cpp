@@ -10,29 +10,23 @@
 
 namespace {
 
-class ManagerTest : public PanelFixture
+class ManagerTest : public LocalFixture
 {
 protected:
     void SetUp() override
     {
-        ASSERT_NO_FATAL_FAILURE(OpenLocalControl(&control));
-        gpio = static_cast<IManagerSite*>(AsControl(control.Get()))->GetGpio();
+        ASSERT_NO_FATAL_FAILURE(LocalFixture::SetUp());
+        gpio = site->GetGpio();
         ASSERT_NE(gpio, nullptr);
-        Seen();
-        capture.Clear();
     }
 
     void TearDown() override
     {
         GpioTickCountShift(0);
-        if (control)
-            control->Close();
-        Stop();
-        control.Reset();
+        LocalFixture::TearDown();
     }
 
-    // The level changes seen since the last look; the watch carrier's only
-    // when asked for, as it pulses from Open on.
+    // The level changes seen since the last look (the carrier pulses from Open on).
     std::vector<std::string> Changes(bool carrier = false)
     {
         std::vector<std::string> changes;
@@ -42,7 +36,6 @@ protected:
         return changes;
     }
 
-    ComPtr<IBrennock> control;
     CGpioPins* gpio = nullptr;
 };
 

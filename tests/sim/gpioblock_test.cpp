@@ -11,35 +11,16 @@
 
 namespace {
 
-class GpioBlockTest : public ::testing::Test
+TEST(GpioBlockTest, InputsOfOneBankCanBeDrivenFromSeveralSimulatorsAtOnce)
 {
-protected:
-    void SetUp() override
-    {
-        char templ[] = "/tmp/brennock-gpioblock.XXXXXX";
-        ASSERT_NE(mkdtemp(templ), nullptr);
-        dir = templ;
-        path = dir + "/gpioblock.bin";
-        std::string error;
-        ASSERT_TRUE(block.Open(path, &error)) << error;
-    }
-    void TearDown() override
-    {
-        block.Close();
-        unlink(path.c_str());
-        rmdir(dir.c_str());
-    }
-
-    std::string dir, path;
-    sim::GpioBlockFile block;
-};
-
-TEST_F(GpioBlockTest, InputsOfOneBankCanBeDrivenFromSeveralSimulatorsAtOnce)
-{
-    // Lines 33 and 40 share bank 1; neither driver may undo the other's bit.
-    sim::GpioBlockFile other;
+    char dir[] = "/tmp/brennock-gpioblock.XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/gpioblock.bin";
+    sim::GpioBlockFile block, other;
     std::string error;
+    ASSERT_TRUE(block.Open(path, &error)) << error;
     ASSERT_TRUE(other.Open(path, &error)) << error;
+    // Lines 33 and 40 share bank 1; neither driver may undo the other's bit.
     std::thread a([&] {
         for (int i = 0; i < 200000; ++i)
             block.SetLevel(33, i & 1);
@@ -51,6 +32,10 @@ TEST_F(GpioBlockTest, InputsOfOneBankCanBeDrivenFromSeveralSimulatorsAtOnce)
     EXPECT_FALSE(block.Level(40));
     other.SetLevel(40, true);
     EXPECT_TRUE(block.Level(40)) << "both mappings are the same file";
+    block.Close();
+    other.Close();
+    unlink(path.c_str());
+    rmdir(dir);
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // The serial port a program run by scripts/simrun gets on COM1 is the watch
-// simulator's. tests/scripts/simrun_com1_test.sh runs this program with the
-// prefix's Wine server down before simrun starts (its device manager then
-// relinks COM1 to /dev/ttyS0 as it comes up) and already up. What goes over
-// the port at either baud rate is the watch tests' to check.
+// simulator's, with the prefix's Wine server down before simrun starts and
+// already up (tests/scripts/simrun_com1_test.sh runs it both ways).
 #include <gtest/gtest.h>
 
 #include <windows.h>

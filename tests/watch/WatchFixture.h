@@ -17,26 +17,16 @@ inline std::vector<std::wstring> TremFiles()
 constexpr DISPID kWatchVisible = 2, kWatchSaveProgress = 15, kWatchSaveEnded = 16, kWatchDataDestroyEnded = 17,
                  kWatchParametersRead = 27;
 
-class WatchFixture : public PanelFixture
+class WatchFixture : public LocalFixture
 {
 protected:
     void SetUp() override
     {
-        ASSERT_NO_FATAL_FAILURE(OpenLocalControl(&control));
-        watch = static_cast<IManagerSite*>(AsControl(control.Get()))->GetWatch();
+        ASSERT_NO_FATAL_FAILURE(LocalFixture::SetUp());
+        watch = site->GetWatch();
         ASSERT_NE(watch, nullptr);
-        Seen();
-        capture.Clear();
         for (const std::wstring& name : TremFiles())
             DeleteDiskFile(L"\\Device Temp\\" + name);
-    }
-
-    void TearDown() override
-    {
-        if (control)
-            control->Close();
-        Stop();
-        control.Reset();
     }
 
     // The watch events so far (the lid's and the microcontroller's left out).
@@ -63,6 +53,5 @@ protected:
         return MakeWatchCmdResp(id, success, static_cast<DWORD>(data.size()), data.data());
     }
 
-    ComPtr<IBrennock> control;
     CWatch* watch = nullptr;
 };

@@ -1,10 +1,7 @@
-// The watch operations on the host thread, fed with response records made
-// here as the command thread would post them: the parameter reply, how many
-// blocks a save reads, how it ends, and the destroy sequence's command texts.
-// Whole saves and the whole destroy sequence run against the simulator.
+// The watch operations on the host thread, fed with response records as the
+// command thread would post them (whole saves and the whole destroy sequence
+// run against the simulator in sim_test.cpp).
 #include "tests/watch/WatchFixture.h"
-
-#include <cstdio>
 
 #include "tests/support/TestClock.h"
 #include "watch/WatchDestroySteps.h"
@@ -15,11 +12,6 @@ namespace {
 std::string ParmReply(const std::string& address)
 {
     return "\rBRENNOCK WATCH V2.1\rID 00AF\r" + address + "\rBATT 3.0V";
-}
-
-std::string Block(int seed)
-{
-    return std::string(CWatch::kBlockBytes, static_cast<char>(seed));
 }
 
 class OperationsTest : public WatchFixture
@@ -49,10 +41,11 @@ protected:
         capture.Clear();
     }
 
+    // Block responses as the command thread would post them, read or failed.
     void Blocks(std::initializer_list<bool> success)
     {
         for (bool ok : success)
-            watch->OnWatchResponse(Response(kWatchRespBlockRead, ok, ok ? Block(1) : std::string()));
+            watch->OnWatchResponse(Response(kWatchRespBlockRead, ok, std::string(ok ? CWatch::kBlockBytes : 0, 1)));
     }
 };
 
@@ -94,16 +87,13 @@ TEST_F(OperationsTest, TheParameterReplyGivesTheLogAddress)
     EXPECT_EQ(watch->ParmSamplesRecorded(), 0x1000);
 }
 
-TEST_F(OperationsTest, TheSaveReadsUpToTheRulesAddress)
+TEST_F(OperationsTest, ASaveReadsUpToTheRulesAddressAndEndsWith103WhenCancelledOr102WhenABlockOrTheFileFails)
 {
     // Units of 256 bytes, one more when the address is not a multiple of 255,
     // and at least one; the save reads them 16 to a block.
     for (auto [recorded, units] : {std::pair{0x1000L, 17L}, {0x0FF0L, 15L}, {0L, 1L}, {0x100L, 2L}, {0x2000L, 33L}})
         EXPECT_EQ(CWatch::BlocksToRead(recorded), units) << recorded;
-}
 
-TEST_F(OperationsTest, ASaveEndsWith103WhenCancelledAnd102WhenABlockOrTheFileFails)
-{
     ReadParms("1000");
     // A cancel with no save running changes nothing, and the next save is not
     // cancelled by it.
