@@ -1,11 +1,13 @@
-// What the GPIO tests share: a control with an advised recording sink, a
-// message loop that counts the GPIO heartbeats it dispatches, and the bench
-// panel (the tests run under scripts/simrun).
+// What the tests of the control next to the bench panel share (they run under
+// scripts/simrun): a control with an advised recording sink, a message loop
+// that counts the GPIO heartbeats it dispatches, and the panel; and the
+// registered control bound late, as a UI script meets it.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cwchar>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,14 +17,11 @@
 #include "tests/support/DeviceDisk.h"
 #include "tests/support/MessagePump.h"
 
-// Dispatch ids of the GPIO events.
-constexpr DISPID kBlinkEnded = 1;
-constexpr DISPID kTimerEnded = 21;
-constexpr DISPID kLidMoved = 22;
-constexpr DISPID kDataStoreVisible = 26;
+// Dispatch ids of the GPIO events, and of the microcontroller's reset note.
+constexpr DISPID kBlinkEnded = 1, kTimerEnded = 21, kLidMoved = 22, kDataStoreVisible = 26, kHC08ResetEvent = 19;
 
-// One event as the script got it: arguments in declaration order, and the
-// number of heartbeats the loop had dispatched when it came.
+// One event as the script got it: 16-bit integer arguments in declaration
+// order (-99999 for any other type), and the heartbeats dispatched by then.
 struct GpioEvent
 {
     DISPID id;
@@ -33,108 +32,92 @@ struct GpioEvent
 
 inline std::ostream& operator<<(std::ostream& os, const GpioEvent& e)
 {
-    os << "{" << e.id << ":";
-    for (int a : e.args)
-        os << " " << a;
-    return os << " @" << e.beat << "}";
+    return os << "{" << e.id << ": " << testing::PrintToString(e.args) << " @" << e.beat << "}";
 }
 
-// Raised once by every Open, when the microcontroller answers its reset.
-constexpr DISPID kHC08ResetEvent = 19;
+inline GpioEvent Ev(DISPID id, std::vector<int> args)
+{
+    return GpioEvent{id, std::move(args), 0};
+}
+
+// The names of the files in "\Device Temp" that end in suffix (".motr").
+inline std::vector<std::wstring> TempFiles(const std::wstring& suffix)
+{
+    std::vector<std::wstring> names;
+    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
+        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+            names.push_back(name);
+    return names;
+}
 
 class PanelFixture : public ::testing::Test
 {
 protected:
-    // Advises the sink on the control and opens it.
+    // Advises the sink on the control (Open needs the params file).
     void Start(IUnknown* control)
     {
         ASSERT_HRESULT_SUCCEEDED(com.Result());
         ASSERT_TRUE(BenchPanel::Running()) << "run this program through scripts/simrun";
-        ProvisionDisk();  // Open needs the params file
+        ProvisionDisk();
         m_control = control;
         sink.onEvent = [this](DISPID) { m_beats.push_back(heartbeats); };
         m_cookie = AdviseSink(control, &sink);
         ASSERT_NE(m_cookie, 0u);
     }
 
-    // A control built into the test program, advised and opened (Open
-    // reporting 1).
-    void OpenLocalControl(ComPtr<IBrennock>* control)
+    void TearDown() override
     {
-        *control = CreateLocalControl();
-        ASSERT_TRUE(*control);
-        Start(control->Get());
-        short ok = 0;
-        ASSERT_EQ((*control)->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
-    }
-
-    void Stop()
-    {
-        if (m_control != nullptr && m_cookie != 0)
+        if (m_cookie != 0)
             UnadviseSink(m_control, m_cookie);
-        m_cookie = 0;
     }
 
-    // Runs the loop until done(); every heartbeat of a GPIO window on this
-    // thread is counted just before it is dispatched.
+    // Runs the loop until done(), counting the GPIO heartbeats dispatched.
     bool Pump(const std::function<bool()>& done)
     {
         return PumpUntil(done, 30000, [this](const MSG& msg) {
-            if (msg.message == WM_TIMER && msg.wParam == 50 && msg.hwnd != nullptr) {
-                wchar_t name[64];
-                if (GetClassNameW(msg.hwnd, name, 64) && wcscmp(name, L"GpioMessageWin") == 0)
-                    ++heartbeats;
-            }
+            wchar_t name[64];
+            if (msg.message == WM_TIMER && msg.wParam == 50 && msg.hwnd != nullptr &&
+                GetClassNameW(msg.hwnd, name, 64) && wcscmp(name, L"GpioMessageWin") == 0)
+                ++heartbeats;
         });
     }
 
-    // Runs the loop until n more heartbeats have been handled.
     bool PumpHeartbeats(int n)
     {
         const int target = heartbeats + n;
         return Pump([&] { return heartbeats >= target; });
     }
 
-    // Runs the loop until `count` events with this id have arrived in all.
     bool PumpUntilEvents(DISPID id, size_t count)
     {
         return Pump([&] { return Events(id).size() >= count; });
     }
 
-    std::vector<GpioEvent> Events() const
+    // The events so far that keep(id) holds for.
+    std::vector<GpioEvent> Events(const std::function<bool(DISPID)>& keep = [](DISPID) { return true; }) const
     {
         std::vector<GpioEvent> out;
         for (size_t i = 0; i < sink.events.size(); ++i) {
             const ReceivedEvent& r = sink.events[i];
-            if (r.id == kHC08ResetEvent)
-                continue;  // the microcontroller link's own opening
             GpioEvent e{r.id, {}, i < m_beats.size() ? m_beats[i] : -1};
             for (size_t k = r.args.size(); k-- > 0;)
                 e.args.push_back(r.args[k].vt == VT_I2 ? r.args[k].iVal : -99999);
-            out.push_back(e);
+            if (keep(r.id))
+                out.push_back(e);
         }
         return out;
     }
 
     std::vector<GpioEvent> Events(DISPID id) const
     {
-        std::vector<GpioEvent> out;
-        for (const GpioEvent& e : Events())
-            if (e.id == id)
-                out.push_back(e);
-        return out;
+        return Events([id](DISPID e) { return e == id; });
     }
 
     // Everything but the lid, whose first report comes on the first heartbeat
-    // of every fresh control.
+    // of every fresh control, and the microcontroller's reset note at Open.
     std::vector<GpioEvent> EventsButLid() const
     {
-        std::vector<GpioEvent> out;
-        for (const GpioEvent& e : Events())
-            if (e.id != kLidMoved)
-                out.push_back(e);
-        return out;
+        return Events([](DISPID e) { return e != kLidMoved && e != kHC08ResetEvent; });
     }
 
     // What the panel saw since the last call.
@@ -157,7 +140,74 @@ private:
     std::vector<int> m_beats;
 };
 
-inline GpioEvent Ev(DISPID id, std::vector<int> args)
+// The control built into the test program (its managers within reach),
+// advised and opened.
+class LocalFixture : public PanelFixture
 {
-    return GpioEvent{id, std::move(args), 0};
-}
+protected:
+    void SetUp() override
+    {
+        control = CreateLocalControl();
+        ASSERT_TRUE(control);
+        ASSERT_NO_FATAL_FAILURE(Start(control.Get()));
+        short ok = 0;
+        ASSERT_EQ(control->Open(&ok), S_OK);
+        ASSERT_EQ(ok, 1);
+        site = AsControl(control.Get());
+        Seen();
+        capture.Clear();
+    }
+
+    void TearDown() override
+    {
+        if (control)
+            control->Close();
+        PanelFixture::TearDown();
+        control.Reset();
+    }
+
+    ComPtr<IBrennock> control;
+    IManagerSite* site = nullptr;
+};
+
+// The registered control, created by ProgID and called late-bound through
+// IDispatch with an advised sink; Open is the test's to call.
+class ScriptFixture : public PanelFixture
+{
+protected:
+    void SetUp() override
+    {
+        CLSID clsid;
+        ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
+        ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                                                  reinterpret_cast<void**>(disp.GetAddressOf())));
+        Start(disp.Get());
+        script = std::make_unique<ScriptObject>(disp.Get());
+    }
+
+    void TearDown() override
+    {
+        if (script)
+            Call(L"Close");
+        PanelFixture::TearDown();
+        script.reset();
+        disp.Reset();
+    }
+
+    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr)
+    {
+        return script->Call(name, std::move(args), result);
+    }
+
+    // Open's out value, -1 when it is not a 16-bit integer.
+    short Open()
+    {
+        VARIANT ok;
+        VariantInit(&ok);
+        EXPECT_EQ(Call(L"Open", {}, &ok), S_OK);
+        return ok.vt == VT_I2 ? ok.iVal : -1;
+    }
+
+    ComPtr<IDispatch> disp;
+    std::unique_ptr<ScriptObject> script;
+};

@@ -10,39 +10,32 @@
 
 namespace {
 
-class ManagerTest : public PanelFixture
+class ManagerTest : public LocalFixture
 {
 protected:
     void SetUp() override
     {
-        ASSERT_NO_FATAL_FAILURE(OpenLocalControl(&control));
-        gpio = static_cast<IManagerSite*>(AsControl(control.Get()))->GetGpio();
+        ASSERT_NO_FATAL_FAILURE(LocalFixture::SetUp());
+        gpio = site->GetGpio();
         ASSERT_NE(gpio, nullptr);
-        Seen();
-        capture.Clear();
     }
 
     void TearDown() override
     {
         GpioTickCountShift(0);
-        if (control)
-            control->Close();
-        Stop();
-        control.Reset();
+        LocalFixture::TearDown();
     }
 
-    // The line changes seen since the last look, but for the watch carrier,
-    // which pulses from Open on.
-    std::vector<std::string> Changes()
+    // The level changes seen since the last look (the carrier pulses from Open on).
+    std::vector<std::string> Changes(bool carrier = false)
     {
         std::vector<std::string> changes;
         for (const std::string& c : LineChanges(Seen()))
-            if (c.rfind("41 ", 0) != 0)
+            if (c.find("output") == std::string::npos && (carrier || c.rfind("41 ", 0) != 0))
                 changes.push_back(c);
         return changes;
     }
 
-    ComPtr<IBrennock> control;
     CGpioPins* gpio = nullptr;
 };
 
@@ -51,12 +44,7 @@ TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFir
     ASSERT_TRUE(PumpHeartbeats(1));
     Seen();
     gpio->hC08Go(true);
-    std::vector<std::string> changes;
-    for (const std::string& c : Changes())
-        if (c.find("output") == std::string::npos)
-            changes.push_back(c);
-    EXPECT_EQ(changes, (std::vector<std::string>{"20 high", "21 high"}));
-
+    EXPECT_EQ(Changes(), (std::vector<std::string>{"20 high", "21 high"}));
     ASSERT_TRUE(PumpHeartbeats(1));
     EXPECT_TRUE(Changes().empty()) << "still high after the first heartbeat";
     ASSERT_TRUE(PumpHeartbeats(1));
@@ -81,26 +69,20 @@ TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFir
 TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
 {
     // A pulse lasts microseconds, far less than the panel's look at the block.
-    for (int i = 0; i < 3; ++i)
-        gpio->ResetHC08();
     std::vector<std::string> expected;
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
+        gpio->ResetHC08();
         expected.insert(expected.end(), {"output", "high", "low", "input"});
+    }
     EXPECT_EQ(LineStates(Seen(), 13), expected);
 }
 
 TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
 {
-    // Open has powered the cradle and left the carrier low between pulses
-    // (no timer has run since).
     EXPECT_EQ(control->SimWatchVisible(1), S_OK);
     gpio->SetWatchCarrier(true);
     gpio->SetWatchPower(false);
-    std::vector<std::string> changes;
-    for (const std::string& c : LineChanges(Seen()))
-        if (c.find("output") == std::string::npos)
-            changes.push_back(c);
-    EXPECT_EQ(changes, (std::vector<std::string>{"41 high", "41 low", "36 low"}));
+    EXPECT_EQ(Changes(true), (std::vector<std::string>{"41 high", "41 low", "36 low"}));
     EXPECT_TRUE(capture.Lines().empty());
 
     EXPECT_EQ(control->SimWatchVisible(1), E_FAIL);
@@ -113,16 +95,13 @@ TEST_F(ManagerTest, ATimerDueAcrossTheTickCountersWrapRunsOutInItsTurn)
     // One second before the counter wraps: B ends before the wrap, A one
     // second after it, C later still.
     GpioTickCountShift(0xFFFFFFFFu - 1000u - timeGetTime());
-    const DWORD before = GpioTickCount();
+    ASSERT_GT(GpioTickCount(), 0xFFFFFFFFu - 2000u) << "A's due time must lie beyond the wrap";
     ASSERT_EQ(control->TimerStart(1, 0.2), S_OK);  // B
     ASSERT_EQ(control->TimerStart(2, 2.0), S_OK);  // A
     ASSERT_EQ(control->TimerStart(3, 3.0), S_OK);  // C
-    ASSERT_GT(before, 0xFFFFFFFFu - 2000u) << "A's due time must lie beyond the wrap";
-
     ASSERT_TRUE(PumpUntilEvents(kTimerEnded, 3));
-    std::vector<GpioEvent> ended = Events(kTimerEnded);
-    EXPECT_EQ(ended, (std::vector<GpioEvent>{Ev(kTimerEnded, {0, 1}), Ev(kTimerEnded, {0, 2}),
-                                             Ev(kTimerEnded, {0, 3})}));
+    EXPECT_EQ(Events(kTimerEnded), (std::vector<GpioEvent>{Ev(kTimerEnded, {0, 1}), Ev(kTimerEnded, {0, 2}),
+                                                           Ev(kTimerEnded, {0, 3})}));
     EXPECT_LT(GpioTickCount(), 0x80000000u) << "the counter has wrapped";
 }
 

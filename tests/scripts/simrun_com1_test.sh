@@ -1,15 +1,11 @@
 #!/usr/bin/env bash
-# A program run by scripts/simrun opens the watch simulator on COM1, both when
-# the prefix's Wine server was down before simrun started and when it was
-# already up. The trap this guards against: as the server brings the prefix's
-# system processes up, Wine's device manager relinks dosdevices/com1 to
-# /dev/ttyS0 (where that exists), so a COM1 link made before is lost.
-#
-#   tests/scripts/simrun_com1_test.sh PROGRAM
-#
-# PROGRAM is test_simrun.exe (tests/simrun/com1_test.cpp). The runs use a
-# Wine prefix of their own, made here and removed afterwards, so that stopping
-# and starting its server disturbs no other test.
+# A program run by scripts/simrun finds the watch simulator on COM1 whether
+# the prefix's Wine server was down before simrun started or already up: as
+# the server brings the prefix's system processes up, Wine's device manager
+# relinks dosdevices/com1 to /dev/ttyS0 (where that exists), losing a COM1
+# link made before.   tests/scripts/simrun_com1_test.sh PROGRAM (test_simrun.exe)
+# The runs use a Wine prefix of their own, removed afterwards, so that
+# stopping and starting its server disturbs no other test.
 set -uo pipefail
 prog="${1:?usage: simrun_com1_test.sh PROGRAM}"
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -29,9 +25,6 @@ cleanup() {
 trap cleanup EXIT
 
 "$root/scripts/wineprefix" || exit 1
-if [ ! -e /dev/ttyS0 ]; then
-  echo "note: no /dev/ttyS0 here, so the device manager leaves COM1 alone; the runs still check the link"
-fi
 
 failed=0
 run() {

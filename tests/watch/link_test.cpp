@@ -6,9 +6,7 @@
 
 namespace {
 
-class LinkTest : public WatchFixture
-{
-};
+using LinkTest = WatchFixture;
 
 TEST_F(LinkTest, OpenPowersTheCradleWithoutAssertsAndCloseTakesThePowerAway)
 {
@@ -93,7 +91,7 @@ TEST_F(LinkTest, ASeatedWatchIsShownByTheHeartbeatAndItsParametersAreReadOnce)
 
     ASSERT_EQ(control->SimWatchVisible(0), S_OK);
     ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 2));
-    EXPECT_EQ(Events(kWatchVisible).back().args, std::vector<int>{0});
+    EXPECT_EQ(Events(kWatchVisible).back(), Ev(kWatchVisible, {0}));
     EXPECT_FALSE(watch->CarrierOn());
 }
 
@@ -117,29 +115,17 @@ TEST_F(LinkTest, QueuedCommandsRunInOrderAndEachFailsWithoutAVisibleWatch)
 TEST_F(LinkTest, MalformedRecordsAreRefused)
 {
     const size_t asserts = AssertLines();
-    struct Case
-    {
-        short id;
-        DWORD size;
-        const void* data;
-        const wchar_t* line;
-    } cases[] = {
-        {0, 0, nullptr, L"ERROR: MakeWatchCmdResp: unknown cmdRespID.\r\n"},
-        {7, 0, nullptr, L"ERROR: MakeWatchCmdResp: unknown cmdRespID.\r\n"},
-        {kWatchCmdReadBlock, 4, nullptr, L"ERROR: MakeWatchCmdResp: non-zero sized null pBlk.\r\n"},
-    };
-    for (const Case& c : cases) {
-        capture.Clear();
-        EXPECT_EQ(MakeWatchCmdResp(c.id, false, c.size, c.data), nullptr);
-        EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{c.line});
-    }
+    EXPECT_EQ(MakeWatchCmdResp(0, false, 0, nullptr), nullptr);
+    EXPECT_EQ(MakeWatchCmdResp(7, false, 0, nullptr), nullptr);
+    EXPECT_EQ(MakeWatchCmdResp(kWatchCmdReadBlock, false, 4, nullptr), nullptr);
     EXPECT_EQ(AssertLines(), asserts + 3);
-
-    capture.Clear();
     watch->OnWatchResponse(MakeWatchCmdResp(kWatchCmdReadParms, false, 0, nullptr));
     watch->OnWatchResponse(nullptr);
     SendMessageW(watch->Window(), CWatch::kResponseMessage, 0, 0);
     EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{
+                                   L"ERROR: MakeWatchCmdResp: unknown cmdRespID.\r\n",
+                                   L"ERROR: MakeWatchCmdResp: unknown cmdRespID.\r\n",
+                                   L"ERROR: MakeWatchCmdResp: non-zero sized null pBlk.\r\n",
                                    L"ERROR: OnWatchResponse: unknown cmdRespID.\r\n",
                                    L"ERROR: OnWatchResponse: null parameter.\r\n",
                                    L"ERROR: CWatch::WndProcMethod: received a null WatchCmdResp pointer.\r\n"}));

@@ -1,10 +1,7 @@
-// The watch operations on the host thread, fed with response records made
-// here as the command thread would post them: the parameter reply, saving
-// blocks into a ".trem" file (read back by a reader written from the file
-// format), cancels and failures; and the destroy sequence's command texts.
+// The watch operations on the host thread, fed with response records as the
+// command thread would post them (whole saves and the whole destroy sequence
+// run against the simulator in sim_test.cpp).
 #include "tests/watch/WatchFixture.h"
-
-#include <cstdio>
 
 #include "tests/support/TestClock.h"
 #include "watch/WatchDestroySteps.h"
@@ -17,59 +14,38 @@ std::string ParmReply(const std::string& address)
     return "\rBRENNOCK WATCH V2.1\rID 00AF\r" + address + "\rBATT 3.0V";
 }
 
-// A block of 4096 recognisable bytes.
-std::string Block(int seed)
-{
-    std::string bytes(CWatch::kBlockBytes, '\0');
-    for (size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<char>((i * 7 + seed * 31 + (i >> 8)) & 0xFF);
-    return bytes;
-}
-
 class OperationsTest : public WatchFixture
 {
 protected:
-    void SetUp() override
-    {
-        WatchFixture::SetUp();
-        for (const std::wstring& name : TremFiles())
-            DeleteDiskFile(L"\\Device Temp\\" + name);
-    }
-
     void ReadParms(const std::string& address)
     {
         watch->OnWatchResponse(Response(kWatchRespParmsRead, true, ParmReply(address)));
     }
 
     // The script starts a save. The block read it queues fails on the
-    // command thread (no watch is visible); that response is waited for and
-    // thrown away, so that the thread's lines come before the test's and
-    // nothing of it reaches the save: the blocks come from the test.
+    // command thread (no watch is visible); that response is taken off the
+    // window's queue unhandled, so the blocks come from the test.
     void StartSave()
     {
-        BSTR name = SysAllocString(L"Watch");
-        ASSERT_EQ(control->WatchSaveStart(name), S_OK);
-        SysFreeString(name);
+        ASSERT_EQ(SaveStart(), S_OK);
         ASSERT_EQ(watch->BlockAddress(), 0);
-        ASSERT_TRUE(DiscardThreadResponse());
-    }
-
-    // Takes the command thread's next response off the window's queue
-    // without handling it.
-    bool DiscardThreadResponse()
-    {
+        MSG msg;
         const DWORD deadline = GetTickCount() + 30000;
-        for (;;) {
-            MSG msg;
-            if (PeekMessageW(&msg, watch->Window(), CWatch::kResponseMessage, CWatch::kResponseMessage, PM_REMOVE)) {
-                FreeWatchCmdResp(reinterpret_cast<WatchCmdResp*>(msg.lParam));
-                return true;
-            }
+        while (!PeekMessageW(&msg, watch->Window(), CWatch::kResponseMessage, CWatch::kResponseMessage, PM_REMOVE)) {
             const LONG left = static_cast<LONG>(deadline - GetTickCount());
-            if (left <= 0)
-                return false;
+            ASSERT_GT(left, 0) << "the command thread never answered";
             MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(left), QS_POSTMESSAGE);
         }
+        FreeWatchCmdResp(reinterpret_cast<WatchCmdResp*>(msg.lParam));
+        sink.events.clear();
+        capture.Clear();
+    }
+
+    // Block responses as the command thread would post them, read or failed.
+    void Blocks(std::initializer_list<bool> success)
+    {
+        for (bool ok : success)
+            watch->OnWatchResponse(Response(kWatchRespBlockRead, ok, std::string(ok ? CWatch::kBlockBytes : 0, 1)));
     }
 };
 
@@ -111,140 +87,60 @@ TEST_F(OperationsTest, TheParameterReplyGivesTheLogAddress)
     EXPECT_EQ(watch->ParmSamplesRecorded(), 0x1000);
 }
 
-TEST_F(OperationsTest, TheSaveEndsWhenTheBlockAddressReachesTheRule)
+TEST_F(OperationsTest, ASaveReadsUpToTheRulesAddressAndEndsWith103WhenCancelledOr102WhenABlockOrTheFileFails)
 {
-    // n counts 256-byte address units and the address grows by 16 a block.
-    struct Case
-    {
-        long recorded;
-        long n;
-        std::vector<int> progress;
-    } cases[] = {
-        {0x1000, 17, {94, 100}},    // 0x1000 % 255 = 16: one more unit, two blocks
-        {0x0FF0, 15, {100}},        // 4080 % 255 = 0: one block
-        {0, 1, {100}},              // nothing recorded: still one block
-        {0x100, 2, {100}},          // 256 % 255 = 1
-        {0x2000, 33, {48, 96, 100}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.recorded);
-        EXPECT_EQ(CWatch::BlocksToRead(c.recorded), c.n);
-        char address[16];
-        std::snprintf(address, sizeof address, "%lx", c.recorded);
-        ReadParms(address);
-        StartSave();
-        sink.events.clear();
-        for (size_t block = 0; block < c.progress.size(); ++block)
-            watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(static_cast<int>(block))));
-        std::vector<GpioEvent> expected;
-        for (int percent : c.progress)
-            expected.push_back(Ev(kWatchSaveProgress, {percent}));
-        expected.push_back(Ev(kWatchSaveEnded, {0}));
-        EXPECT_EQ(WatchEvents(), expected);
-        EXPECT_EQ(watch->BlockAddress(), -1);
-    }
-}
+    // Units of 256 bytes, one more when the address is not a multiple of 255,
+    // and at least one; the save reads them 16 to a block.
+    for (auto [recorded, units] : {std::pair{0x1000L, 17L}, {0x0FF0L, 15L}, {0L, 1L}, {0x100L, 2L}, {0x2000L, 33L}})
+        EXPECT_EQ(CWatch::BlocksToRead(recorded), units) << recorded;
 
-TEST_F(OperationsTest, TheTremFileHoldsTheParametersAndEveryByteOfEveryBlock)
-{
     ReadParms("1000");
-    StartSave();
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(1)));
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(2)));
-    ASSERT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {0})});
-
-    std::vector<std::wstring> files = TremFiles();
-    ASSERT_EQ(files.size(), 1u);
-    EXPECT_NE(files[0].find(L"Watch.trem"), std::wstring::npos) << files[0].c_str();
-    Trem trem = ReadTrem(ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str())));
-    ASSERT_TRUE(trem.ok) << trem.error;
-    EXPECT_EQ(trem.parameters, "\r\nBRENNOCK WATCH V2.1\r\nID 00AF\r\n1000\r\nBATT 3.0V");
-    EXPECT_EQ(trem.dataLines.size(), 256u);
-    EXPECT_TRUE(trem.bytes == Block(1) + Block(2));
-}
-
-TEST_F(OperationsTest, ACancelEndsTheSaveAtTheNextBlockWithNoFile)
-{
-    ReadParms("1000");
-    StartSave();
-    sink.events.clear();
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(1)));
+    // A cancel with no save running changes nothing, and the next save is not
+    // cancelled by it.
     EXPECT_EQ(control->WatchSaveCancel(), S_OK);
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(2)));
+    StartSave();
+    Blocks({true});
+    EXPECT_EQ(control->WatchSaveCancel(), S_OK);
+    Blocks({true});
     EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {94}), Ev(kWatchSaveEnded, {103})}));
-    EXPECT_TRUE(TremFiles().empty());
     EXPECT_EQ(watch->BlockAddress(), -1);
 
-    // With no save running a cancel changes nothing, and the next save is
-    // not cancelled by it.
-    EXPECT_EQ(control->WatchSaveCancel(), S_OK);
     StartSave();
-    sink.events.clear();
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(1)));
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(2)));
-    EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {0})});
-}
-
-TEST_F(OperationsTest, AFailedBlockOrAnUnwritableFileEndsTheSaveWith102)
-{
-    ReadParms("1000");
-    StartSave();
-    sink.events.clear();
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(1)));
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, false));
+    Blocks({true, false});
     EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {94}), Ev(kWatchSaveEnded, {102})}));
-    EXPECT_TRUE(TremFiles().empty());
 
     // A folder where the file should go.
     StartSave();
-    ASSERT_NE(watch->SaveFileName(), nullptr);
     ASSERT_TRUE(CreateDirectoryW(watch->SaveFileName(), nullptr));
-    sink.events.clear();
-    capture.Clear();
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(1)));
-    watch->OnWatchResponse(Response(kWatchRespBlockRead, true, Block(2)));
+    Blocks({true, true});
     EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
     EXPECT_TRUE(capture.Contains(L"ERROR: SaveRecordedWatchData: could not open file for writing.\r\n"));
+    EXPECT_TRUE(TremFiles().empty());
 }
 
 TEST_F(OperationsTest, ASaveIsRefusedWithoutParametersWhileOneRunsAndWithoutAName)
 {
-    BSTR name = SysAllocString(L"Watch");
-    EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{
-                                   L"ERROR: WatchSaveStart called, but parameters haven't been read.\r\n",
-                                   L"WatchSaveStart - WatchSaveStart failed.\r\n"}));
-
+    const std::wstring failed = L"WatchSaveStart - WatchSaveStart failed.\r\n";
+    EXPECT_EQ(SaveStart(), E_FAIL);
+    EXPECT_EQ(capture.Lines(),
+              (std::vector<std::wstring>{L"ERROR: WatchSaveStart called, but parameters haven't been read.\r\n", failed}));
     ReadParms("1000");
     capture.Clear();
     EXPECT_EQ(control->WatchSaveStart(nullptr), E_FAIL);
     EXPECT_EQ(capture.Lines(), std::vector<std::wstring>{L"WatchSaveStart - null dataName.\r\n"});
-
     StartSave();
-    capture.Clear();
-    EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{
-                                   L"ERROR: WatchSaveStart called while data save in progress.\r\n",
-                                   L"WatchSaveStart - WatchSaveStart failed.\r\n"}));
-    SysFreeString(name);
+    EXPECT_EQ(SaveStart(), E_FAIL);
+    EXPECT_EQ(capture.Lines(),
+              (std::vector<std::wstring>{L"ERROR: WatchSaveStart called while data save in progress.\r\n", failed}));
 }
 
-TEST_F(OperationsTest, TheDestroySequenceSendsTheStartFifteenMinutesAheadAndTheLogPointer)
+TEST_F(OperationsTest, TheDestroySequencesNameFailuresAndLogPointer)
 {
-    // At 10:50 the recording starts at 11:05.
-    const ULONGLONG now = TimeCount(L"Mon 23 Nov 2026 10:50:00");
-    const ULONGLONG start = now + 9000000000ULL;
-    SYSTEMTIME st;
-    ASSERT_TRUE(FileTimeToSystemTime(reinterpret_cast<const FILETIME*>(&start), &st));
+    SYSTEMTIME st = {2026, 11, 1, 23, 11, 5, 0, 0};
     const BYTE name[] = {0x00, 0x0A, 0xFF, 0x42};
     WatchDestroyStep steps[kWatchSetupSteps];
     MakeWatchSetupSteps(st, name, sizeof name, steps);
-    std::vector<std::wstring> commands;
-    for (const WatchDestroyStep& s : steps)
-        commands.push_back(s.command);
-    EXPECT_EQ(commands, (std::vector<std::wstring>{L"***B000AFF42", L"***D231126", L"***E1105", L"***A02031E",
-                                                   L"***S1E", L"***Q14FF1502090100060010400306", L"***I02",
-                                                   L"***GU"}));
+    EXPECT_STREQ(steps[0].command, L"***B000AFF42");
     EXPECT_STREQ(steps[0].failure, L"ExecuteWatchDestroySequence: set identity failed.\r\n");
     EXPECT_STREQ(steps[7].failure, L"ExecuteWatchDestroySequence: restart data acq failed.\r\n");
 
@@ -265,7 +161,8 @@ TEST_F(OperationsTest, TheDestroySequenceSendsTheStartFifteenMinutesAheadAndTheL
         MakeWatchLogPointerStep(c.seconds, c.fixed, &step);
         EXPECT_STREQ(step.command, c.command);
     }
-    // Sent at once, the pointer counts 905 s: 900 and the 5 s rounding.
+    // Sent at once, the pointer counts 905 s: the 900 and 5 s of rounding.
+    const ULONGLONG now = TimeCount(L"Mon 23 Nov 2026 10:50:00"), start = now + 9000000000ULL;
     EXPECT_EQ(WatchSecondsToStart(start, now), 905u);
     EXPECT_EQ(WatchSecondsToStart(start, now + 54999999ULL), 899u);
 }

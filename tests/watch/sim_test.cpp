@@ -12,6 +12,19 @@
 
 namespace {
 
+// The ".trem" file a save makes of these parameters and bytes, written here
+// from the file format rather than by the control's writer.
+std::string TremFile(const std::wstring& parameters, const std::string& bytes)
+{
+    std::string file = "TREM Version 1\r\n" + std::string(parameters.begin(), parameters.end()) + "\r\nData\r\n";
+    char hex[3];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::snprintf(hex, sizeof hex, "%02x", static_cast<unsigned char>(bytes[i]));
+        file += i % 32 == 31 ? std::string(hex) + "\r\n" : std::string(hex);
+    }
+    return file;
+}
+
 class WithAWatch : public WatchFixture
 {
 protected:
@@ -19,17 +32,35 @@ protected:
     {
         ASSERT_TRUE(WatchSim::Running()) << "run with the watch simulator on COM1";
         WatchFixture::SetUp();
-        for (const std::wstring& name : TremFiles())
-            DeleteDiskFile(L"\\Device Temp\\" + name);
     }
 
     // Seats a watch with this log address and waits for its parameters.
-    void Seat(const char* logAddress)
+    void Seat(const char* logAddress = "0x1000")
     {
         ASSERT_TRUE(sim.Send(std::string("logaddr ") + logAddress));
         ASSERT_TRUE(sim.Send("seat"));
         ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
         ASSERT_TRUE(sim.Sync());
+    }
+
+    // Seats a watch that stalls in its first block, and starts a save.
+    void SaveIntoAStall()
+    {
+        Seat();
+        ASSERT_TRUE(sim.Send("stall 100 60000"));
+        ASSERT_TRUE(sim.Sync());
+        sink.events.clear();
+        ASSERT_EQ(SaveStart(), S_OK);
+        std::string block;
+        ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+    }
+
+    // The commands the watch took since the last look.
+    std::vector<std::string> Commands()
+    {
+        std::vector<std::string> commands;
+        EXPECT_TRUE(sim.Commands(&commands));
+        return commands;
     }
 
     WatchSim sim;
@@ -43,30 +74,18 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
         uint32_t value;
         int n;  // the address the save reads up to, in 256-byte units
     } cases[] = {
-        {"0x1000", 0x1000, 17},    // two blocks
-        {"0x0FF0", 0x0FF0, 15},    // one block
+        {"0x1000", 0x1000, 17},     // two blocks
+        {"0x0FF0", 0x0FF0, 15},     // one block
         {"0x10000", 0x10000, 257},  // seventeen blocks
     };
-    Seat(cases[0].logAddress);
-    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
     for (const Case& c : cases) {
         SCOPED_TRACE(c.logAddress);
-        if (watch->ParmSamplesRecorded() != static_cast<long>(c.value)) {
-            // A new log address reaches the control with a new reading.
-            sink.events.clear();
-            ASSERT_TRUE(sim.Send("remove"));
-            ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 1));
-            EXPECT_EQ(WatchEvents(), std::vector<GpioEvent>{Ev(kWatchVisible, {0})});
-            sink.events.clear();
-            Seat(c.logAddress);
-        }
-        ASSERT_EQ(watch->ParmSamplesRecorded(), static_cast<long>(c.value));
-        for (const std::wstring& name : TremFiles())
-            DeleteDiskFile(L"\\Device Temp\\" + name);
         sink.events.clear();
-        BSTR name = SysAllocString(L"Watch");
-        ASSERT_EQ(control->WatchSaveStart(name), S_OK);
-        SysFreeString(name);
+        Seat(c.logAddress);
+        EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
+        ASSERT_EQ(watch->ParmSamplesRecorded(), static_cast<long>(c.value));
+        sink.events.clear();
+        ASSERT_EQ(SaveStart(), S_OK);
         ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
         // One block per 16 units; progress after each, capped at 100.
         std::vector<GpioEvent> expected;
@@ -80,45 +99,41 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
         }
         expected.push_back(Ev(kWatchSaveEnded, {0}));
         EXPECT_EQ(WatchEvents(), expected);
+        EXPECT_EQ(Commands(), reads);
 
-        std::vector<std::string> commands;
-        ASSERT_TRUE(sim.Commands(&commands));
-        EXPECT_EQ(commands, reads);
-
+        // The file: the parameter text as read, and every byte of the memory.
         std::vector<std::wstring> files = TremFiles();
         ASSERT_EQ(files.size(), 1u);
-        Trem trem = ReadTrem(ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str())));
-        ASSERT_TRUE(trem.ok) << trem.error;
-        EXPECT_EQ(trem.parameters.compare(0, 2, "\r\n"), 0);
-        EXPECT_EQ(trem.dataLines.size(), 128u * blocks);
-        EXPECT_TRUE(trem.bytes == WatchSim::Memory(c.value, static_cast<uint32_t>(blocks)));
+        EXPECT_NE(files[0].find(L"Watch.trem"), std::wstring::npos);
+        const std::string file = ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str()));
+        DeleteDiskFile(L"\\Device Temp\\" + files[0]);
+        EXPECT_EQ(std::wstring(watch->ParameterText()).compare(0, 2, L"\r\n"), 0);
+        const std::string trem = TremFile(watch->ParameterText(), WatchSim::Memory(c.value, blocks));
+        EXPECT_TRUE(file == trem) << file.size() << " bytes, not " << trem.size();
+
+        // A new log address reaches the control with a new reading.
+        sink.events.clear();
+        ASSERT_TRUE(sim.Send("remove"));
+        ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 1));
+        EXPECT_EQ(WatchEvents(), std::vector<GpioEvent>{Ev(kWatchVisible, {0})});
     }
 }
 
-TEST_F(WithAWatch, ACancelAfterTheFirstBlockEndsTheSaveAtTheSecondWithNoFile)
+TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102AndACloseDuringOneEndsTheThread)
 {
-    Seat("0x1000");
-    sink.events.clear();
-    BSTR name = SysAllocString(L"Watch");
-    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
-    SysFreeString(name);
-    ASSERT_TRUE(PumpUntilEvents(kWatchSaveProgress, 1));
-    EXPECT_EQ(control->WatchSaveCancel(), S_OK);
+    SaveIntoAStall();
+    ASSERT_TRUE(sim.Send("remove"));
     ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
-    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchSaveProgress, {94}), Ev(kWatchSaveEnded, {103})}));
+    EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
+    EXPECT_TRUE(capture.Contains(L"Short read.\r\n"));
     EXPECT_TRUE(TremFiles().empty());
-}
+    // The port is back at 600 baud: the watch seated again is read.
+    sink.events.clear();
+    Seat();
+    EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
 
-TEST_F(WithAWatch, CloseInTheMiddleOfABlockEndsTheCommandThread)
-{
-    Seat("0x1000");
-    ASSERT_TRUE(sim.Send("stall 100 60000"));
-    ASSERT_TRUE(sim.Sync());
-    BSTR name = SysAllocString(L"Watch");
-    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
-    SysFreeString(name);
-    std::string block;
-    ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+    // Closed in the middle of a block, the command thread ends all the same.
+    SaveIntoAStall();
     capture.Clear();
     control->Close();
     EXPECT_TRUE(capture.Contains(L"CWatch command thread exiting.\r\n"));
@@ -130,15 +145,13 @@ TEST_F(WithAWatch, TheDestroySequenceSendsTheStartFifteenMinutesAheadThenTheWatc
 {
     TestClock clock;
     clock.SetLocal(L"Mon 23 Nov 2026 10:50:00");
-    Seat("0x1000");
+    Seat();
     sink.events.clear();
     ASSERT_EQ(control->WatchDataDestroyStart(), S_OK);
     ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
-    std::vector<std::string> commands;
-    ASSERT_TRUE(sim.Commands(&commands));
     // "Brennock default", the blank NVRAM's key blob, is the anonymous name;
     // at a standing clock the log pointer counts 905 s: 128 - 452.
-    EXPECT_EQ(commands, (std::vector<std::string>{"***B4272656E6E6F636B2064656661756C74", "***D231126",
+    EXPECT_EQ(Commands(), (std::vector<std::string>{"***B4272656E6E6F636B2064656661756C74", "***D231126",
                                                   "***E1105", "***A02031E", "***S1E",
                                                   "***Q14FF1502090100060010400306", "***I02", "***GU",
                                                   "***HFFFEBC", "***C"}));
@@ -168,13 +181,11 @@ TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
         ASSERT_TRUE(sim.Send("seat"));
         ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
         EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {102})}));
-        bool found = false;
-        for (const std::wstring& line : capture.Lines())
-            found = found || line.compare(0, c.line.size(), c.line) == 0;
-        EXPECT_TRUE(found) << testing::PrintToString(capture.Lines());
-        BSTR name = SysAllocString(L"Watch");
-        EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
-        SysFreeString(name);
+        const std::vector<std::wstring> lines = capture.Lines();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::wstring& l) {
+            return l.compare(0, c.line.size(), c.line) == 0;
+        })) << testing::PrintToString(lines);
+        EXPECT_EQ(SaveStart(), E_FAIL);
         EXPECT_TRUE(capture.Contains(L"ERROR: WatchSaveStart called, but parameters haven't been read.\r\n"));
         ASSERT_TRUE(sim.Send("silent off"));
         ASSERT_TRUE(sim.Send("remove"));
@@ -182,32 +193,7 @@ TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
     }
     // The line is left as it should be: a good watch is read at once.
     sink.events.clear();
-    Seat("0x1000");
-    EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
-}
-
-TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102)
-{
-    Seat("0x1000");
-    ASSERT_TRUE(sim.Send("stall 100 60000"));
-    ASSERT_TRUE(sim.Sync());
-    sink.events.clear();
-    BSTR name = SysAllocString(L"Watch");
-    ASSERT_EQ(control->WatchSaveStart(name), S_OK);
-    // A second save while this one runs is refused.
-    EXPECT_EQ(control->WatchSaveStart(name), E_FAIL);
-    SysFreeString(name);
-    EXPECT_TRUE(capture.Contains(L"ERROR: WatchSaveStart called while data save in progress.\r\n"));
-    std::string block;
-    ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
-    ASSERT_TRUE(sim.Send("remove"));
-    ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
-    EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
-    EXPECT_TRUE(capture.Contains(L"Short read.\r\n"));
-    EXPECT_TRUE(TremFiles().empty());
-    // The port is back at 600 baud: the watch seated again is read.
-    sink.events.clear();
-    Seat("0x1000");
+    Seat();
     EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
 }
 
