@@ -1,13 +1,9 @@
-// cut.js: keeps the control writing one kind of file until the power cut
-// test kills the shell from outside. Every run begins with Open, so a run
-// after a cut is also the check that the device comes up again.
-//
-//   brennock-shell.exe tests/power/cut.js MODE
-//
-// MODE: open (Open and quit), assert, nvram, motr, wav, trem, package.
-// Marks go to \cut.cmd on the device disk through Shell.Bench, one line each:
-// "opened" after Open, then "point ..." just before the write the test cuts
-// into; the test kills the shell at or after a point.
+// cut.js MODE: keeps the control writing one kind of file (MODE: assert,
+// nvram, motr, wav, trem, package; open just opens and quits) until the power
+// cut test kills the shell from outside. Every run begins with Open, so a run
+// after a cut is also the check that the device comes up again. Marks go to
+// \cut.cmd on the device disk through Shell.Bench: "opened" after Open, then
+// "point ..." just before the write the test cuts into.
 
 var mode = Shell.ArgumentCount > 0 ? Shell.Arguments(0) : "open";
 var round = 0, pegs = 0, nextRound = null, watchRead = false, saving = false;
