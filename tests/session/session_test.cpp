@@ -54,12 +54,6 @@ std::string Opening()
     return std::string("MOTR\x00\x01", 6) + ResetNote() +
            Packet([](int* n) { return CHC08Pack::BuildPegsMap(n, 0, 0x0F, 0xF0); });
 }
-VARIANT Str(const wchar_t* text)  // nullptr: a null BSTR, as VB passes an empty string
-{
-    VARIANT v{};
-    v.vt = VT_BSTR;
-    return text ? S::Str(text) : v;
-}
 std::wstring Take(wchar_t* text)
 {
     std::unique_ptr<wchar_t[]> owned(text);
@@ -131,9 +125,10 @@ protected:
     {
         return ScriptObject(control.Get()).Call(method, std::move(args));
     }
+    // A null name goes as a null BSTR, as VB passes an empty string.
     HRESULT Config(short id, const wchar_t* name, short maxSecs, short uiSecs = 0)
     {
-        return Call(L"ActivityConfig", {S::I2(id), Str(name), S::I2(maxSecs), S::I2(uiSecs)});
+        return Call(L"ActivityConfig", {S::I2(id), S::Str(name), S::I2(maxSecs), S::I2(uiSecs)});
     }
     // A sensor activity whose recording starts from a known reset note.
     void StartRecordedActivity(short testID)
@@ -302,7 +297,7 @@ TEST_F(ActivityTest, EndingsRaiseTheirCauseAndTestInOrder)
 TEST_F(ActivityTest, QuestionnaireKeepsAHundredAnswersAndWritesThem)
 {
     const auto answer = [&](const wchar_t* q, const wchar_t* r) {
-        return Call(L"QuestionResponse", {Str(q), Str(r)});
+        return Call(L"QuestionResponse", {S::Str(q), S::Str(r)});
     };
     ASSERT_EQ(Config(7, L"Quest", 0), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
