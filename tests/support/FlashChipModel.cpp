@@ -81,8 +81,7 @@ void FlashChipModel::Write(DWORD wordIndex, DWORD value)
             SetHalf(array[wordIndex], half, old & data);
             any = true;
         }
-        if (any)
-            ++programs;
+        programs += any;
         return;
     }
     if (LOWORD(value) != HIWORD(value)) {
@@ -113,8 +112,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
             return;
         if (!erase) {
             m_locked[half][unit] = false;
-            if (half == 0)
-                ++lockClears;
+            lockClears += half == 0;  // counted once per chip pair
             return;
         }
         if (m_locked[half][unit]) {
@@ -128,8 +126,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
         for (const auto& [word, stuck] : m_stuck)
             if (word >= first && word < last)
                 SetHalf(array[word], half, Half(stuck, half));
-        if (half == 1)
-            ++erases;
+        erases += half == 1;
         return;
     }
     default:
