@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,7 +24,7 @@ protected:
     {
         DeleteFileW(kAssertFile);
         GetLocalTime(&before);
-        before.wMilliseconds = 0;
+        before.wMilliseconds = 0;  // the file keeps whole seconds
     }
     void TearDown() override { MoveFileW(L"\\Hard Disk moved", L"\\Hard Disk"); }
 
@@ -40,9 +41,8 @@ protected:
             const std::wstring date(line.begin(), line.begin() + std::min<size_t>(24, line.size()));
             SYSTEMTIME written;
             EXPECT_TRUE(ScriptToSystemDateTime(date.c_str(), &written) && line.size() > 25 && line[24] == ' ') << line;
-            wchar_t* again = SystemDateTimeToScript(&written, true);
-            EXPECT_EQ(date, again ? again : L"") << line;
-            delete[] again;
+            const std::unique_ptr<wchar_t[]> again(SystemDateTimeToScript(&written, true));
+            EXPECT_EQ(date, again ? again.get() : L"") << line;
             EXPECT_TRUE(CompareSystemTime(&before, &written) <= 0 && CompareSystemTime(&written, &after) <= 0) << line;
             result.push_back(line.substr(std::min<size_t>(25, line.size())));
         }
@@ -84,9 +84,8 @@ TEST_F(AssertFileTest, FailuresAreReportedOnlyOnTheDebugOutput)
     ASSERT_TRUE(MoveFileW(L"\\Hard Disk", L"\\Hard Disk moved"));
     ASSERT(false);
     ASSERT_TRUE(MoveFileW(L"\\Hard Disk moved", L"\\Hard Disk"));
-    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{
-                                   L"ERROR: AssertWrite: null file or line\r\n", L"ERROR: AssertWrite: null file or line\r\n",
-                                   L"Could not create asserts file.\r\n", L"Could not create asserts file.\r\n"}));
+    const std::wstring null = L"ERROR: AssertWrite: null file or line\r\n", none = L"Could not create asserts file.\r\n";
+    EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{null, null, none, none}));
 
     AssertWrite(L"a.cpp", 3, L"again");
     EXPECT_EQ(LinesAfterDate(), (Strings{"a.cpp line 1 first\r\n", "a.cpp line 3 again\r\n"}));

@@ -23,10 +23,12 @@
 namespace {
 
 using Names = std::vector<std::wstring>;
+using S = ScriptObject;
 constexpr DISPID kActivityEnded = 14;
 constexpr DISPID kSessionEnded = 25;
 const char kManifest[] = "study: bench\r\nfiles: motr, wav\r\n";
-const wchar_t kData[] = L"\\Hard Disk\\Device Data";
+const wchar_t kData[] = L"\\Hard Disk\\Device Data", kTemp[] = L"\\Device Temp", kZip[] = L"\\compress.zip";
+const wchar_t kManifestFile[] = L"\\Hard Disk\\Manifest.txt";
 
 void EmptyFolder(const std::wstring& folder)
 {
@@ -40,15 +42,13 @@ protected:
     void SetUp() override
     {
         ProvisionDisk();
-        ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, StudyBlock()));
-        ASSERT_TRUE(WriteDiskFile(L"\\Hard Disk\\Manifest.txt", kManifest));
+        ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, StudyBlock()) && WriteDiskFile(kManifestFile, kManifest));
         ASSERT_TRUE(InstallCompressLibrary(true));
         EmptyFolder(kData);
-        EmptyFolder(L"\\Device Temp");
-        RemoveDirectoryW(L"\\compress.zip");
-        DeleteFileW(L"\\compress.zip");
-        control = CreateRegisteredControl();
-        ASSERT_TRUE(control);
+        EmptyFolder(kTemp);
+        RemoveDirectoryW(kZip);
+        DeleteFileW(kZip);
+        ASSERT_TRUE(control = CreateRegisteredControl());
         cookie = AdviseSink(control.Get(), &sink);
     }
     void TearDown() override
@@ -70,13 +70,14 @@ protected:
     short EndSession(HRESULT expected = S_OK)
     {
         const size_t before = Count(kSessionEnded);
-        EXPECT_EQ(ScriptObject(control.Get()).Call(L"SessionEndNormal"), expected);
+        EXPECT_EQ(script().Call(L"SessionEndNormal"), expected);
         EXPECT_TRUE(PumpUntil([&] { return Count(kSessionEnded) > before; }, 120000));
         for (auto e = sink.events.rbegin(); e != sink.events.rend(); ++e)
             if (e->id == kSessionEnded)
                 return e->args.size() == 1 && e->args[0].vt == VT_I2 ? e->args[0].iVal : -1;
         return -1;
     }
+    ScriptObject script() { return ScriptObject(control.Get()); }
     size_t Count(DISPID id) const
     {
         return std::count_if(sink.events.begin(), sink.events.end(), [&](const ReceivedEvent& e) { return e.id == id; });
@@ -92,9 +93,7 @@ TEST_F(SessionEndTest, ATappingSessionEndsInOneSignedPackage)
 {
     ASSERT_TRUE(McuSim::Running());
     OpenAndStart();
-    BSTR name = SysAllocString(L"Tap");
-    ASSERT_EQ(control->ActivityConfig(1, name, 0, 0), S_OK);
-    SysFreeString(name);
+    ASSERT_EQ(script().Call(L"ActivityConfig", {S::I2(1), S::Str(L"Tap"), S::I2(0), S::I2(0)}), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
     McuSim mcu;
     for (const char* tap : {"digito left down 120", "digito left up 40", "digito right down 7", "capsit left up"})
@@ -103,14 +102,14 @@ TEST_F(SessionEndTest, ATappingSessionEndsInOneSignedPackage)
     ASSERT_TRUE(PumpUntil([&] { return sink.events.size() >= 4; }));
     ASSERT_EQ(control->ActivityEndNormal(), S_OK);
     ASSERT_TRUE(PumpUntil([&] { return Count(kActivityEnded) == 1; }));
-    const Names recorded = FilesIn(L"\\Device Temp");
+    const Names recorded = FilesIn(kTemp);
     ASSERT_EQ(recorded.size(), 1u);
-    KeepForChecks(L"\\Device Temp\\" + recorded[0], L"session.motr");
-    KeepForChecks(L"\\Hard Disk\\Manifest.txt", L"session-Manifest.txt");
+    KeepForChecks(std::wstring(kTemp) + L"\\" + recorded[0], L"session.motr");
+    KeepForChecks(kManifestFile, L"session-Manifest.txt");
 
     EXPECT_EQ(EndSession(), 0);
-    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
-    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(FilesIn(kTemp), Names{});
+    EXPECT_FALSE(DiskFileExists(kZip));
     const Names packed = FilesIn(kData);
     ASSERT_EQ(packed.size(), 1u);
     // Device ID and the minute of the end: yyyymmddhhmm.
@@ -122,15 +121,14 @@ TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
 {
     ASSERT_TRUE(InstallCompressLibrary(false));
     // Nothing to copy and no manifest: nothing arrives, and the end succeeds.
-    DeleteFileW(L"\\Hard Disk\\Manifest.txt");
+    DeleteFileW(kManifestFile);
     OpenAndStart();
     EXPECT_EQ(EndSession(), 0);
     EXPECT_EQ(FilesIn(kData), Names{});
 
-    ASSERT_TRUE(WriteDiskFile(L"\\Hard Disk\\Manifest.txt", kManifest));
-    ASSERT_EQ(control->SessionStart(), S_OK);
     const std::string sound(100000, '\x7f');
-    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", sound));
+    ASSERT_EQ(control->SessionStart(), S_OK);
+    ASSERT_TRUE(WriteDiskFile(kManifestFile, kManifest) && WriteDiskFile(L"\\Device Temp\\voice.wav", sound));
     const size_t asserts = AssertLines();
     EXPECT_EQ(EndSession(), 0);
     Names copied = FilesIn(kData);
@@ -138,7 +136,7 @@ TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
     EXPECT_EQ(copied, (Names{L"Manifest.txt", L"voice.wav"}));
     EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\voice.wav"), sound);
     EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\Manifest.txt"), kManifest);
-    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
+    EXPECT_EQ(FilesIn(kTemp), Names{});
     ASSERT_EQ(AssertLines(), asserts + 1);
     const std::string log = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
     EXPECT_NE(log.find("TestManagerPackaging.cpp line "), std::string::npos);
@@ -150,16 +148,16 @@ TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
 TEST_F(SessionEndTest, AFailingLibraryEndsWith102AndCopiesNothing)
 {
     // The archive's place is taken by a folder: the library cannot write it.
-    ASSERT_TRUE(CreateDirectoryW(L"\\compress.zip", nullptr));
+    ASSERT_TRUE(CreateDirectoryW(kZip, nullptr));
     OpenAndStart();
     ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", "RIFF"));
     DebugCapture debug;
     EXPECT_EQ(EndSession(E_FAIL), 102);
     EXPECT_EQ(FilesIn(kData), Names{});
-    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{});
+    EXPECT_EQ(FilesIn(kTemp), Names{});
     EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
     EXPECT_EQ(debug.Count(L"Compression failed.\r\n"), 1u);
-    RemoveDirectoryW(L"\\compress.zip");
+    RemoveDirectoryW(kZip);
 }
 
 TEST_F(SessionEndTest, AFailedEncryptionStillEndsWith0)
@@ -175,20 +173,20 @@ TEST_F(SessionEndTest, AFailedEncryptionStillEndsWith0)
     EXPECT_EQ(debug.Count(L"Encryption failed.\r\n"), 0u);
     EXPECT_EQ(AssertLines(), asserts + 1);
     EXPECT_EQ(FilesIn(kData), Names{});
-    EXPECT_EQ(GetFileAttributesW(L"\\compress.zip"), INVALID_FILE_ATTRIBUTES);
+    EXPECT_FALSE(DiskFileExists(kZip));
 }
 
 TEST_F(SessionEndTest, AFileThatCannotBeDeletedIsReportedAndTheRestGo)
 {
     OpenAndStart();
-    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\a.wav", "RIFF"));
-    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\b.wav", "RIFF"));
+    for (const wchar_t* name : {L"\\Device Temp\\a.wav", L"\\Device Temp\\b.wav"})
+        ASSERT_TRUE(WriteDiskFile(name, "RIFF"));
     HANDLE held = CreateFileW(L"\\Device Temp\\a.wav", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
     DebugCapture debug;
     EXPECT_EQ(control->SessionCancel(), S_OK);
     EXPECT_EQ(debug.Count(L"Warning: DeleteFile failed.\r\n"), 1u);
-    EXPECT_EQ(FilesIn(L"\\Device Temp"), Names{L"a.wav"});
+    EXPECT_EQ(FilesIn(kTemp), Names{L"a.wav"});
     CloseHandle(held);
 }
 
@@ -279,11 +277,10 @@ TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
         DebugCapture debug;
         EXPECT_EQ(EncryptFile(kPlain, kPackage), 0);
         EXPECT_FALSE(DiskFileExists(kPackage));
-        bool found = false;
-        for (const std::wstring& line : debug.Lines())
-            found = found || line == c.line ||
-                    (line.rfind(L"Error ", 0) == 0 && line.find(L" " + c.line + L" \n") != std::wstring::npos);
-        EXPECT_TRUE(found) << testing::PrintToString(debug.Lines());
+        const Names lines = debug.Lines();
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](const std::wstring& line) {
+            return line == c.line || (line.rfind(L"Error ", 0) == 0 && line.find(L" " + c.line + L" \n") != line.npos);
+        })) << testing::PrintToString(lines);
     }
 }
 

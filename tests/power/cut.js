@@ -1,32 +1,27 @@
-// cut.js: keeps the control writing one kind of file until the power cut
-// test kills the shell from outside. Every run begins with Open, so a run
-// after a cut is also the check that the device comes up again.
-//
-//   brennock-shell.exe tests/power/cut.js MODE
-//
-// MODE: open (Open and quit), assert, nvram, motr, wav, trem, package.
-// Marks go to \cut.cmd on the device disk through Shell.Bench, one line each:
-// "opened" after Open, then "point ..." just before the write the test cuts
-// into; the test kills the shell at or after a point.
+// cut.js MODE: keeps the control writing one kind of file (MODE: assert,
+// nvram, motr, wav, trem, package; open just opens and quits) until the power
+// cut test kills the shell from outside. Every run begins with Open, so a run
+// after a cut is also the check that the device comes up again. Marks go to
+// \cut.cmd on the device disk through Shell.Bench: "opened" after Open, then
+// "point ..." just before the write the test cuts into.
 
 var mode = Shell.ArgumentCount > 0 ? Shell.Arguments(0) : "open";
+var round = 0, pegs = 0, nextRound = null, watchRead = false, saving = false;
 function mark(text) { Shell.Bench("cut", text); }
 function fail(text) {
     Shell.Echo("cut.js: " + text);
     mark("failed " + text);
     Shell.Quit(1);
 }
-
-if (Brennock.Open() != 1)
-    fail("Open failed");
-mark("opened " + Brennock.NVParameterRead("NextPictureIndex", "none"));
-if (mode == "open") {
-    Brennock.Close();
-    Shell.Quit(0);
+function activity(id, name) {
+    Brennock.ActivityConfig(id, name, 0, 0);
+    Brennock.ActivityStart(0);
 }
-
-var round = 0;
-var nextRound = null;
+// A burst of pegs packets from the microcontroller simulator.
+function burst(n) {
+    Shell.Bench("mcu", "burst " + n + " pegs");
+    Shell.Bench("mcu", "mark burst done " + round);
+}
 // The next round runs from a user timer, not from inside the event that
 // ended the last one.
 function later(f) {
@@ -39,6 +34,14 @@ function Brennock_TimerEnded(cause, id) {
         nextRound = null;
         f();
     }
+}
+
+if (Brennock.Open() != 1)
+    fail("Open failed");
+mark("opened " + Brennock.NVParameterRead("NextPictureIndex", "none"));
+if (mode == "open") {
+    Brennock.Close();
+    Shell.Quit(0);
 }
 
 // The assert file: one line per call, appended for ever.
@@ -54,7 +57,6 @@ if (mode == "assert") {
 // index, whose normal end commits the image to flash (and packs an empty
 // session). The end is synchronous, so a plain loop does it.
 function nvramRound() {
-    round++;
     Brennock.SessionStart();
     var index = Number(Brennock.NVParameterRead("NextPictureIndex", "0")) + 1;
     Brennock.NVParameterWrite("NextPictureIndex", String(index));
@@ -65,32 +67,26 @@ function nvramRound() {
 // A .motr: a pegs test with thousands of packets, ended by the script; the
 // end writes the file.
 function motrRound() {
-    round++;
-    if (round == 1)
+    if (++round == 1)
         Brennock.SessionStart();
-    Brennock.ActivityConfig(2, "Pegs", 0, 0);
-    Brennock.ActivityStart(0);
-    Shell.Bench("mcu", "burst 4000 pegs");
-    Shell.Bench("mcu", "mark burst done " + round);
+    activity(2, "Pegs");
+    burst(4000);
 }
 function Brennock_PegsMap(t, left, right) {
-    var want = mode == "motr" ? 4000 : 400;
-    if (++pegs == want) {
-        pegs = 0;
-        mark("point " + mode + " " + round);
-        if (mode == "motr")
-            Brennock.ActivityEndNormal();
-        else
-            Brennock.SessionEndNormal();
-    }
+    if (++pegs < (mode == "motr" ? 4000 : 400))
+        return;
+    pegs = 0;
+    mark("point " + mode + " " + round);
+    if (mode == "motr")
+        Brennock.ActivityEndNormal();
+    else
+        Brennock.SessionEndNormal();
 }
-var pegs = 0;
 
 // A .wav: a voice recording started at once and running until the cut.
 function wavRound() {
     Brennock.SessionStart();
-    Brennock.ActivityConfig(6, "Voice", 0, 0);
-    Brennock.ActivityStart(0);
+    activity(6, "Voice");
     Brennock.RecFormat = "Rec22k.wav";
     Brennock.AudioRecord(0, 60);
     Shell.Bench("sound", "mic speech.wav");
@@ -101,7 +97,6 @@ function Brennock_AudioRecordProgress(maxVolume, seconds) {
 }
 
 // A .trem: a watch download; the file is written when the last block is in.
-var watchRead = false, saving = false;
 function tremRound() {
     round++;
     Brennock.SessionStart();
@@ -130,14 +125,11 @@ function Brennock_WatchSaveEnded(cause) {
 function packageRound() {
     round++;
     Brennock.SessionStart();
-    Brennock.ActivityConfig(7, "Quest", 0, 0);
-    Brennock.ActivityStart(0);
+    activity(7, "Quest");
     Brennock.QuestionResponse("Q1-sleep", "A" + round);
     Brennock.ActivityEndNormal();
-    Brennock.ActivityConfig(2, "Pegs", 0, 0);
-    Brennock.ActivityStart(0);
-    Shell.Bench("mcu", "burst 400 pegs");
-    Shell.Bench("mcu", "mark burst done " + round);
+    activity(2, "Pegs");
+    burst(400);
 }
 
 function Brennock_ActivityEnded(cause, testID) {
@@ -154,11 +146,7 @@ function Brennock_SessionEnded(cause) {
 
 if (mode == "nvram")
     for (;;) nvramRound();
-else if (mode == "motr")
-    motrRound();
-else if (mode == "wav")
-    wavRound();
-else if (mode == "package")
-    packageRound();
+else if (mode == "motr" || mode == "wav" || mode == "package")
+    ({"motr": motrRound, "wav": wavRound, "package": packageRound})[mode]();
 else if (mode != "trem")
     fail("unknown mode " + mode);

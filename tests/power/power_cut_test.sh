@@ -1,20 +1,17 @@
 #!/usr/bin/env bash
 # Power cuts: the device shell running tests/power/cut.js is killed with
-# SIGKILL (the Wine process, from outside: nothing in it runs after that)
-# while the control writes one kind of file, at the point the script marks
-# and at random delays after it. After every cut the next run's Open must
-# work, and every file on the device disk must be as it was or complete, as
-# the study's own readers see it: the assert file's line layout, the NVRAM
-# image through nvimage, .motr through motr2csv, .trem through trem2bin,
-# .wav through Python's wave module, .ezip through ezip verify.
+# SIGKILL from outside (nothing in it runs after that) while the control writes
+# one kind of file, at the point the script marks and at random delays after
+# it. After every cut the next run's Open must work, and every file on the
+# device disk must be as it was or complete as the study's readers see it: the
+# assert file's line layout, nvimage, motr2csv, trem2bin, Python's wave
+# module, ezip verify.
 #
 #   power_cut_test.sh HOST_BIN_DIR SHELL_EXE [CUTS_PER_KIND] [SEED]
 #
-# What the design cannot keep, and the test therefore only counts (see the
-# table's notes): a recording's .wav whose header sizes are written at its
-# close (the samples are there, the sizes read 0), and files of a session in
-# \Device Temp that the cut left half written (never packed: a session cut
-# short is not ended, and the next SessionStart empties the folder).
+# Only counted, as the design cannot keep them: a recording's .wav whose header
+# sizes are written at its close, and half-written files of a session in
+# \Device Temp (a session cut short is not ended; the next start empties it).
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 host=${1:?native build directory}

@@ -13,43 +13,38 @@
 
 var seconds = Number(Shell.Arguments(0));
 var maxSessions = Shell.ArgumentCount > 1 ? Number(Shell.Arguments(1)) : 1e9;
-var sessions = 0;
-var steps = [];
-var current = "";
-var taps = 0, pegs = 0;
+var sessions = 0, steps = [], pending = [], current = "", taps = 0;
 var watchRead = false, waitingForWatch = false;
 
 function fail(text) {
     Shell.Echo("soak: session " + (sessions + 1) + ": " + text);
     Shell.Quit(1);
 }
+function check(cause, what) {
+    if (cause != 0)
+        fail(what + " (cause " + cause + ")");
+}
+// The next step runs from the shell's own wait, not inside the event that
+// ended the last one.
+function later(f) { pending.push(f); }
 function next() {
     if (steps.length > 0)
         steps.shift()();
 }
+function activity(id, name, maxSecs, flags) {
+    current = name;
+    Brennock.ActivityConfig(id, name, maxSecs, 0);
+    Brennock.ActivityStart(flags);
+}
 
-function tapping() {
-    current = "Tap"; taps = 0;
-    Brennock.ActivityConfig(1, "Tap", 30, 0);
-    Brennock.ActivityStart(1);
-}
-function pegsTest() {
-    current = "Pegs";
-    Brennock.ActivityConfig(2, "Pegs", 30, 0);
-    Brennock.ActivityStart(0);
-}
 function questionnaire() {
-    current = "Quest";
-    Brennock.ActivityConfig(7, "Quest", 0, 0);
-    Brennock.ActivityStart(0);
+    activity(7, "Quest", 0, 0);
     Brennock.QuestionResponse("Q1-sleep", "A3");
     Brennock.QuestionResponse("Q2-tremor", "A1");
     Brennock.ActivityEndNormal();
 }
 function voice() {
-    current = "Voice";
-    Brennock.ActivityConfig(6, "Voice", 60, 0);
-    Brennock.ActivityStart(0);
+    activity(6, "Voice", 60, 0);
     Brennock.RecFormat = "Rec22k.wav";
     Brennock.RecStartTimeoutS = 15;
     Brennock.AudioRecord(1 | 2, 20);
@@ -57,42 +52,34 @@ function voice() {
 }
 function watch() {
     current = "Watch";
-    if (!watchRead) {
-        waitingForWatch = true;
-        return;
-    }
-    Brennock.WatchSaveStart("Watch");
+    waitingForWatch = !watchRead;
+    if (watchRead)
+        Brennock.WatchSaveStart("Watch");
 }
 function end() {
     current = "";
     Brennock.SessionEndNormal();
 }
-
 function startSession() {
     if (Brennock.Open() != 1)
         fail("Open failed");
     watchRead = false;
     Brennock.SessionStart();
-    steps = [pegsTest, questionnaire, voice, watch, end];
-    tapping();
+    steps = [function () { activity(2, "Pegs", 30, 0); }, questionnaire, voice, watch, end];
+    taps = 0;
+    activity(1, "Tap", 30, 1);
 }
 
 function Brennock_TimerGo(ticks) {
-    if (current == "Tap") {
-        for (var i = 0; i < 4; i++) {
+    for (var i = 0; i < 4; i++) {
+        if (current == "Tap") {
             Shell.Bench("mcu", "wait 20");
             Shell.Bench("mcu", "digito left down " + (80 + i));
             Shell.Bench("mcu", "digito left up 60");
             Shell.Bench("mcu", "digito right down " + (90 + i));
             Shell.Bench("mcu", "digito right up 60");
-        }
-    } else if (current == "Pegs") {
-        var left = 15, right = 0;
-        for (var p = 0; p < 4; p++) {
-            left &= ~(1 << p);
-            right |= 1 << p;
-            Shell.Bench("mcu", "pegs " + left + " " + right);
-        }
+        } else if (current == "Pegs")  // the pegs move across one by one
+            Shell.Bench("mcu", "pegs " + (15 & ~((2 << i) - 1)) + " " + ((2 << i) - 1));
     }
 }
 function tapped() {
@@ -106,13 +93,11 @@ function Brennock_PegsMap(t, left, right) {
         Brennock.ActivityEndNormal();
 }
 function Brennock_ActivityEnded(cause, testID) {
-    if (cause != 0)
-        fail("test " + testID + " ended with cause " + cause);
+    check(cause, "test " + testID + " ended");
     later(next);
 }
 function Brennock_AudioRecordEnded(cause) {
-    if (cause != 0)
-        fail("the recording ended with cause " + cause);
+    check(cause, "the recording ended");
     Brennock.ActivityEndNormal();
 }
 function Brennock_WatchParametersRead(cause) {
@@ -123,13 +108,11 @@ function Brennock_WatchParametersRead(cause) {
     }
 }
 function Brennock_WatchSaveEnded(cause) {
-    if (cause != 0)
-        fail("the watch download ended with cause " + cause);
+    check(cause, "the watch download ended");
     later(next);
 }
 function Brennock_SessionEnded(cause) {
-    if (cause != 0)
-        fail("the session's files were not packed (cause " + cause + ")");
+    check(cause, "the session's files were not packed");
     sessions++;
     later(afterSession);
     return 1;
@@ -143,13 +126,6 @@ function afterSession() {
     }
     startSession();
 }
-
-// The next step runs from the shell's own wait, not inside the event that
-// ended the last one.
-function later(f) {
-    pending.push(f);
-}
-var pending = [];
 
 Shell.Echo("sample 0 " + Shell.Resources);
 startSession();

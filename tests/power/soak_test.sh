@@ -48,12 +48,8 @@ print("  start (" + fmt(first) + ")")
 print("  end   (" + fmt(last) + ")")
 print("  peak private %.1f MiB, handles %d..%d" % (max(s["private"] for s in samples[1:]) / 1048576.0,
       min(s["handles"] for s in samples[1:]), max(s["handles"] for s in samples[1:])))
-bad = []
-if abs(last["handles"] - first["handles"]) > band_h: bad.append("handles")
-if abs(last["gdi"] - first["gdi"]) > 4: bad.append("GDI objects")
-if abs(last["user"] - first["user"]) > 4: bad.append("USER objects")
-if abs(last["windows"] - first["windows"]) > 4: bad.append("windows")
-if last["private"] - first["private"] > band_mb * 1048576: bad.append("private bytes")
+bands = (("handles", band_h), ("gdi", 4), ("user", 4), ("windows", 4), ("private", band_mb * 1048576))
+bad = [k for k, band in bands if abs(last[k] - first[k]) > band and (k != "private" or last[k] > first[k])]
 print("soak: flat within the band (handles +-%d, GDI/USER/windows +-4, private +%g MiB)" % (band_h, band_mb) if not bad
       else "soak: FAIL, grew beyond the band: " + ", ".join(bad))
 sys.exit(1 if bad else 0)

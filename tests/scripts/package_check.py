@@ -1,19 +1,11 @@
 #!/usr/bin/env python3
-"""Checks the device's packages with the OpenSSL command line alone.
+"""package_check.py SERVER_KEY DIR: the device's packages, with the OpenSSL command line alone.
 
-  package_check.py SERVER_KEY DIR
-
-DIR holds what test_package left: plain-N.bin with plain-N.ezip. Each package
-is taken apart by its field lengths; the signature must verify with the public
-key stored at offset 4 over MD5(B, session key blob, plain text), and the
-cipher text must decrypt, with the session key unwrapped by the server's key,
-to the plain text. Prints one line per check; exits non-zero on a failure.
+DIR holds plain-N.bin with plain-N.ezip. The signature must verify with the public key at offset 4 over
+MD5(B, session key blob, plain text); the cipher text must decrypt, with the session key unwrapped by the
+server's key, to the plain text. One line per check; exits non-zero on a failure.
 """
-import os
-import struct
-import subprocess
-import sys
-import tempfile
+import os, struct, subprocess, sys, tempfile
 
 
 def openssl(*args, data=None):
@@ -47,7 +39,6 @@ def check(server_key, package, plain, tmp):
 
 def main():
     server_key, folder = sys.argv[1], sys.argv[2]
-    failures = 0
     with tempfile.TemporaryDirectory() as tmp:
         sizes = sorted(int(n[6:-4]) for n in os.listdir(folder) if n.startswith("plain-") and n.endswith(".bin"))
         results = [("packages of several sizes were left", len(sizes) >= 4)]
@@ -57,10 +48,9 @@ def main():
             signed, decrypts = check(server_key, package, plain, tmp)
             results += [("%d bytes: signature over MD5(B, blob, plain) verifies" % n, signed),
                         ("%d bytes: decrypts to the plain text" % n, decrypts)]
-        for what, ok in results:
-            print(("ok   " if ok else "FAIL ") + what)
-            failures += not ok
-    return 1 if failures else 0
+    for what, ok in results:
+        print(("ok   " if ok else "FAIL ") + what)
+    return 0 if all(ok for _, ok in results) else 1
 
 
 if __name__ == "__main__":

@@ -1,16 +1,14 @@
-// Sessions and their activities as the script runs them, on a provisioned
-// disk: the login file and the manager's window, file names and folders,
-// starting and ending sessions; configuring, starting, ending, cancelling and
-// timing out activities; the ".motr" recording of a sensor test and the
-// questionnaire file; the finger-tapping gate. Then the session schedule at
-// fixed clock values: the slots, the makeup days, sessions already done,
-// practice mode and daylight-saving changes.
+// Sessions and their activities as the script runs them on a provisioned
+// disk: the login file, file names, the temp folder, the endings and their
+// events, the ".motr" recording and the questionnaire file, the tapping gate
+// and time-outs. Then the session schedule at fixed clock values.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "mcu/HC08.h"
@@ -34,9 +32,10 @@ using S = ScriptObject;
 
 constexpr DISPID kActivityEnded = 14;  // (cause, testID)
 constexpr DISPID kSessionEnded = 25;   // (cause)
+const wchar_t kTemp[] = L"\\Device Temp";
 const wchar_t kTapMotr[] = L"\\Device Temp\\0000065535_200402030905_000Tap.motr";
 const wchar_t kTempFile[] = L"\\Device Temp\\left-over.bin";
-const std::string kMotrHeader("MOTR\x00\x01", 6);
+const wchar_t kWindowClass[] = L"TestManangerMessageWin";
 
 template <class F>
 std::string Packet(F build)
@@ -45,49 +44,39 @@ std::string Packet(F build)
     std::unique_ptr<BYTE[]> bytes(build(&size));
     return bytes ? std::string(reinterpret_cast<const char*>(bytes.get()), size) : std::string();
 }
-
 std::string ResetNote()
 {
     return Packet([](int* n) { return CHC08Pack::BuildHC08Reset(n, 0x123456, 3, 17, 2, 1000, 0); });
 }
-// The two packets every recording opens with: the reset note and the pegs at the start.
+// Every recording opens with its header, the reset note and the pegs at the start.
 std::string Opening()
 {
-    return kMotrHeader + ResetNote() + Packet([](int* n) { return CHC08Pack::BuildPegsMap(n, 0, 0x0F, 0xF0); });
+    return std::string("MOTR\x00\x01", 6) + ResetNote() +
+           Packet([](int* n) { return CHC08Pack::BuildPegsMap(n, 0, 0x0F, 0xF0); });
 }
-
-VARIANT NullString()
-{
-    VARIANT v;
-    v.vt = VT_BSTR;
-    v.bstrVal = nullptr;
-    return v;
-}
-
 std::wstring Take(wchar_t* text)
 {
     std::unique_ptr<wchar_t[]> owned(text);
     return owned ? owned.get() : L"<null>";
 }
-
-Names TempFiles() { return FilesIn(L"\\Device Temp"); }
-
+Names TempFiles() { return FilesIn(kTemp); }
 void RemoveTempFolder()
 {
     for (const std::wstring& name : TempFiles())
-        DeleteFileW((L"\\Device Temp\\" + name).c_str());
-    RemoveDirectoryW(L"\\Device Temp");
-    DeleteFileW(L"\\Device Temp");
+        DeleteFileW((std::wstring(kTemp) + L"\\" + name).c_str());
+    RemoveDirectoryW(kTemp);
+    DeleteFileW(kTemp);
+}
+void TempFolderTakenByAFile()
+{
+    RemoveTempFolder();
+    WriteDiskFile(kTemp, "a file where the folder should be");
 }
 
 class ActivityTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        RemoveTempFolder();
-        Open(kBenchParams, L"Tue 03 Feb 2004 09:05:00");
-    }
+    void SetUp() override { RemoveTempFolder(); Open(kBenchParams, L"Tue 03 Feb 2004 09:05:00"); }
     void TearDown() override { Close(); }
     // A control opened (again) on a disk with these params at this moment.
     void Open(const std::string& params, const wchar_t* at)
@@ -125,11 +114,22 @@ protected:
             }
         return fired;
     }
+    // The debug lines since the last look.
+    Lines Debug()
+    {
+        const Lines lines = capture.Lines();
+        capture.Clear();
+        return lines;
+    }
+    HRESULT Call(const wchar_t* method, std::vector<VARIANT> args = {})
+    {
+        return ScriptObject(control.Get()).Call(method, std::move(args));
+    }
+    // A null name goes as a null BSTR, as VB passes an empty string.
     HRESULT Config(short id, const wchar_t* name, short maxSecs, short uiSecs = 0)
     {
-        return script().Call(L"ActivityConfig", {S::I2(id), S::Str(name), S::I2(maxSecs), S::I2(uiSecs)});
+        return Call(L"ActivityConfig", {S::I2(id), S::Str(name), S::I2(maxSecs), S::I2(uiSecs)});
     }
-    ScriptObject script() { return ScriptObject(control.Get()); }
     // A sensor activity whose recording starts from a known reset note.
     void StartRecordedActivity(short testID)
     {
@@ -154,47 +154,42 @@ protected:
 };
 using SessionTest = ActivityTest;
 
-TEST_F(SessionTest, OpenWritesTheLoginFileAndOwnsAWindow)
+TEST_F(SessionTest, OpenWritesTheLoginFileAndNamesFilesByDeviceMinuteAndSequence)
 {
     // The device ID little-endian, then the key blob's first four bytes.
     EXPECT_EQ(ReadFileBytes(L"\\HARD DISK\\SrvrInfo.bin"), std::string("\xFF\xFF\0\0Bren", 8));
-    const HWND window = FindThreadWindow(L"TestManangerMessageWin");
+    EXPECT_EQ(Take(manager->MakeTempFilename(L"Pegs", L".wav")), L"\\Device Temp\\0000065535_200402030905_000Pegs.wav");
+    EXPECT_EQ(Take(manager->MakeTempFilename(L"Pegs", L".wav")), L"\\Device Temp\\0000065535_200402030905_001Pegs.wav");
+    EXPECT_EQ(Take(manager->MakePermFilename(L".ezip")), L"\\Hard Disk\\Device Data\\0000065535_200402030905.ezip");
+    EXPECT_TRUE(DiskFileExists(kTemp) && DiskFileExists(L"\\Hard Disk\\Device Data"));
+    // The session start's probe takes 002; the session restarts at 000.
+    ASSERT_EQ(control->SessionStart(), S_OK);
+    clock.SetLocal(L"Tue 03 Feb 2004 10:12:00");
+    EXPECT_EQ(Take(manager->MakeTempFilename(L"Quest", L".txt")),
+              L"\\Device Temp\\0000065535_200402031012_000Quest.txt");
+    EXPECT_TRUE(capture.Lines().empty());
+    // The manager's window lives as long as the control is open.
+    const HWND window = FindThreadWindow(kWindowClass);
     ASSERT_NE(window, nullptr);
     wchar_t title[64] = {};
     GetWindowTextW(window, title, 64);
     EXPECT_STREQ(title, L"Test Manager Messages");
     EXPECT_EQ(control->Close(), S_OK);
-    EXPECT_EQ(FindThreadWindow(L"TestManangerMessageWin"), nullptr);
-}
-
-TEST_F(SessionTest, FileNamesCarryTheDeviceTheMinuteAndASequence)
-{
-    EXPECT_EQ(Take(manager->MakeTempFilename(L"Pegs", L".wav")), L"\\Device Temp\\0000065535_200402030905_000Pegs.wav");
-    EXPECT_EQ(Take(manager->MakeTempFilename(L"Pegs", L".wav")), L"\\Device Temp\\0000065535_200402030905_001Pegs.wav");
-    EXPECT_EQ(Take(manager->MakePermFilename(L".ezip")), L"\\Hard Disk\\Device Data\\0000065535_200402030905.ezip");
-    EXPECT_TRUE(DiskFileExists(L"\\Device Temp"));
-    EXPECT_TRUE(DiskFileExists(L"\\Hard Disk\\Device Data"));
-    // The session start's probe takes 002; the session restarts at 000.
-    ASSERT_EQ(control->SessionStart(), S_OK);
-    clock.SetLocal(L"Tue 03 Feb 2004 10:12:00");
-    EXPECT_EQ(Take(manager->MakeTempFilename(L"Quest", L".txt")), L"\\Device Temp\\0000065535_200402031012_000Quest.txt");
-    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_EQ(FindThreadWindow(kWindowClass), nullptr);
 }
 
 TEST_F(SessionTest, SessionsClearTheTempFolderAndEndWithTheirCause)
 {
-    CreateDirectoryW(L"\\Device Temp", nullptr);
+    CreateDirectoryW(kTemp, nullptr);
     WriteDiskFile(kTempFile, "old");
     ASSERT_EQ(control->SessionStart(), S_OK);
     EXPECT_FALSE(DiskFileExists(kTempFile));
     EXPECT_EQ(control->SessionStart(), E_FAIL);
-    EXPECT_EQ(capture.Lines(), Lines{L"SessionStart: already in a session.\r\n"});
-
+    EXPECT_EQ(Debug(), Lines{L"SessionStart: already in a session.\r\n"});
     // A cancel throws the session's files away and commits nothing.
     WriteDiskFile(kTempFile, "data");
     EXPECT_EQ(control->SessionCancel(), S_OK);
-    EXPECT_FALSE(DiskFileExists(kTempFile));
-    EXPECT_FALSE(DiskFileExists(kFlashBlockFile));
+    EXPECT_FALSE(DiskFileExists(kTempFile) || DiskFileExists(kFlashBlockFile));
     // Outside a session an end does nothing and raises nothing.
     EXPECT_EQ(control->SessionEndNormal(), S_OK);
     EXPECT_EQ(control->SessionCancel(), S_OK);
@@ -208,41 +203,34 @@ TEST_F(SessionTest, SessionsClearTheTempFolderAndEndWithTheirCause)
     clock.SetLocal(L"Tue 03 Feb 2004 10:00:00");
     EXPECT_EQ(control->SessionEndNormal(), S_OK);
     EXPECT_EQ(Events(kSessionEnded), (Fired{{103}, {0}}));
-    EXPECT_FALSE(DiskFileExists(kTempFile));
-    EXPECT_FALSE(DiskFileExists(L"\\compress.zip"));
+    EXPECT_FALSE(DiskFileExists(kTempFile) || DiskFileExists(L"\\compress.zip"));
     EXPECT_EQ(ReadFileBytes(kFlashBlockFile).substr(kNVRAMAreaOffset, kNVRAMImageBytes),
               NVRAMImage(65535, TimeCount(L"Tue 03 Feb 2004 09:30:00"), 0, "Brennock default"));
 
     // No temp folder can be made: the start fails. A commit that fails does not stop the end.
-    RemoveTempFolder();
-    WriteDiskFile(L"\\Device Temp", "a file where the folder should be");
+    TempFolderTakenByAFile();
     capture.Clear();
     EXPECT_EQ(control->SessionStart(), E_FAIL);
-    DeleteFileW(L"\\Device Temp");
+    DeleteFileW(kTemp);
     ASSERT_EQ(control->SessionStart(), S_OK);
     DeleteDiskFile(kFlashBlockFile);
     CreateDirectoryW(kFlashBlockFile, nullptr);
     EXPECT_EQ(control->SessionEndNormal(), S_OK);
     RemoveDirectoryW(kFlashBlockFile);
-    EXPECT_EQ(capture.Lines(), (Lines{L"Could not create temp data folder.\r\n",
-                                      L"SessionStart: couldn't create temp file.\r\n", L"PutNVRAM failed.\r\n",
-                                      L"SessionEnd: NVRAM Commit failed.\r\n"}));
+    EXPECT_EQ(Debug(), (Lines{L"Could not create temp data folder.\r\n", L"SessionStart: couldn't create temp file.\r\n",
+                              L"PutNVRAM failed.\r\n", L"SessionEnd: NVRAM Commit failed.\r\n"}));
     EXPECT_EQ(Events(kSessionEnded), (Fired{{103}, {0}, {0}}));
 }
 
 TEST_F(SessionTest, CurrentFolderAndFreeStore)
 {
     EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software");
-    EXPECT_TRUE(manager->SetCurrentFolder(L"Tests"));
-    EXPECT_TRUE(manager->SetCurrentFolder(L"Tests"));
+    EXPECT_TRUE(manager->SetCurrentFolder(L"Tests") && manager->SetCurrentFolder(L"Tests"));
     EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software\\Tests\\Tests");
     EXPECT_TRUE(manager->SetCurrentFolder(L"\\Hard Disk\\UI"));
     EXPECT_STREQ(manager->CurrentFolder(), L"\\Hard Disk\\UI");
     EXPECT_EQ(control->put_CurrentFolder(nullptr), E_FAIL);
-    EXPECT_FALSE(manager->SetCurrentFolder(nullptr));
-    EXPECT_EQ(capture.Lines(),
-              (Lines{L"put_CurrentFolder - null folder name.\r\n", L"SetCurrentFolder: null curDir.\r\n"}));
-
+    EXPECT_EQ(Debug(), Lines{L"put_CurrentFolder - null folder name.\r\n"});
     short mb = 0;
     EXPECT_EQ(control->get_FreeStoreMB(&mb), S_OK);
     EXPECT_GT(mb, 0);
@@ -255,38 +243,39 @@ TEST_F(ActivityTest, ConfigurationIsCheckedInOrderAndRefusedWhileRunning)
 {
     const std::wstring failed = L"ActivityConfig - SetTestConfig failed.\r\n";
     const std::wstring unknown = L"setTestConfig: unknown testID.\r\n";
-    EXPECT_EQ(script().Call(L"ActivityStart", {S::I2(1)}), E_FAIL);
+    const std::wstring startFailed = L"ActivityStart - ActivityStart failed.\r\n";
+    EXPECT_EQ(Call(L"ActivityStart", {S::I2(1)}), E_FAIL);
     EXPECT_EQ(Config(0, L"Tap", 10, 10), E_FAIL);
     EXPECT_EQ(Config(8, L"Tap", 10, 10), E_FAIL);
-    EXPECT_EQ(script().Call(L"ActivityConfig", {S::I2(1), NullString(), S::I2(10), S::I2(10)}), E_FAIL);
+    EXPECT_EQ(Config(1, nullptr, 10, 10), E_FAIL);
     EXPECT_EQ(Config(1, L"Tap", 1201, 10), E_FAIL);
     EXPECT_EQ(Config(1, L"Tap", 10, 1201), E_FAIL);
     EXPECT_EQ(Config(1, L"ElevenChars", 10, 10), E_FAIL);
     EXPECT_EQ(Config(7, L"TenCharsOK", 1200, 1200), S_OK);
     EXPECT_STREQ(manager->TestName(), L"TenCharsOK");
     EXPECT_EQ(Config(7, L"Quest", 0), S_OK);
-    EXPECT_EQ(script().Call(L"ActivityStart", {S::I2(0)}), S_OK);
+    EXPECT_EQ(Call(L"ActivityStart", {S::I2(0)}), S_OK);
     EXPECT_EQ(Config(3, L"Tap", 0), E_FAIL);
-    EXPECT_EQ(script().Call(L"ActivityStart", {S::I2(0)}), E_FAIL);
-    EXPECT_EQ(capture.Lines(),
-              (Lines{L"ActivityStart: unknown m_curTestID.\r\n", L"ActivityStart - ActivityStart failed.\r\n",
-                     unknown, failed, unknown, failed, L"ActivityConfig - null testName.\r\n",
-                     L"setTestConfig: maxDurationSecs out of range.\r\n", failed,
-                     L"setTestConfig: uiTimeout out of range\r\n", failed, L"setTestConfig: testName too long.\r\n",
-                     failed, L"SetTestConfig: a test is running.\r\n", failed, L"ActivityStart: a test is running.\r\n",
-                     L"ActivityStart - ActivityStart failed.\r\n"}));
+    EXPECT_EQ(Call(L"ActivityStart", {S::I2(0)}), E_FAIL);
+    EXPECT_EQ(Debug(), (Lines{L"ActivityStart: unknown m_curTestID.\r\n", startFailed, unknown, failed, unknown,
+                              failed, L"ActivityConfig - null testName.\r\n",
+                              L"setTestConfig: maxDurationSecs out of range.\r\n", failed,
+                              L"setTestConfig: uiTimeout out of range\r\n", failed,
+                              L"setTestConfig: testName too long.\r\n", failed,
+                              L"SetTestConfig: a test is running.\r\n", failed,
+                              L"ActivityStart: a test is running.\r\n", startFailed}));
     // The configuration outlives the activity.
-    EXPECT_EQ(script().Call(L"ActivityCancel"), S_OK);
+    EXPECT_EQ(Call(L"ActivityCancel"), S_OK);
     EXPECT_EQ(manager->CurrentTestID(), 7);
     EXPECT_STREQ(manager->TestName(), L"Quest");
-    EXPECT_EQ(script().Call(L"ActivityBeep"), S_OK);
+    EXPECT_EQ(Call(L"ActivityBeep"), S_OK);
 }
 
 TEST_F(ActivityTest, EndingsRaiseTheirCauseAndTestInOrder)
 {
     EXPECT_FALSE(Gate());
     ASSERT_EQ(Config(7, L"Quest", 0), S_OK);
-    ASSERT_EQ(script().Call(L"ActivityStart", {S::I2(1)}), S_OK);
+    ASSERT_EQ(Call(L"ActivityStart", {S::I2(1)}), S_OK);
     EXPECT_TRUE(Gate());  // open exactly while an activity runs, of any kind
     // A handler may start the next activity from inside the event.
     HRESULT restarted = E_UNEXPECTED;
@@ -294,36 +283,37 @@ TEST_F(ActivityTest, EndingsRaiseTheirCauseAndTestInOrder)
         if (id == kActivityEnded && Events(id).size() == 1)
             restarted = Config(6, L"Again", 0) == S_OK ? control->ActivityStart(0) : E_FAIL;
     };
-    EXPECT_EQ(script().Call(L"ActivityEndNormal"), S_OK);
+    EXPECT_EQ(Call(L"ActivityEndNormal"), S_OK);
     EXPECT_EQ(restarted, S_OK);
-    EXPECT_TRUE(manager->ActivityRunning());
-    EXPECT_TRUE(Gate());
-    EXPECT_EQ(script().Call(L"ActivityCancel"), S_OK);
+    EXPECT_TRUE(manager->ActivityRunning() && Gate());
+    EXPECT_EQ(Call(L"ActivityCancel"), S_OK);
     EXPECT_FALSE(Gate());
     // With nothing running an end does nothing and raises nothing.
-    EXPECT_EQ(script().Call(L"ActivityEndNormal"), S_OK);
-    EXPECT_EQ(script().Call(L"ActivityCancel"), S_OK);
+    EXPECT_EQ(Call(L"ActivityEndNormal"), S_OK);
+    EXPECT_EQ(Call(L"ActivityCancel"), S_OK);
     EXPECT_EQ(Events(kActivityEnded), (Fired{{0, 7}, {103, 6}}));
 }
 
 TEST_F(ActivityTest, QuestionnaireKeepsAHundredAnswersAndWritesThem)
 {
+    const auto answer = [&](const wchar_t* q, const wchar_t* r) {
+        return Call(L"QuestionResponse", {S::Str(q), S::Str(r)});
+    };
     ASSERT_EQ(Config(7, L"Quest", 0), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
     std::string expected;
     for (int i = 1; i <= 100; ++i) {
         const std::wstring q = L"Q" + std::to_wstring(i), r = L"R" + std::to_wstring(i % 7);
-        ASSERT_EQ(script().Call(L"QuestionResponse", {S::Str(q.c_str()), S::Str(r.c_str())}), S_OK) << i;
+        ASSERT_EQ(answer(q.c_str(), r.c_str()), S_OK) << i;
         expected += "Q" + std::to_string(i) + ",R" + std::to_string(i % 7) + "\r\n";
     }
-    EXPECT_EQ(script().Call(L"QuestionResponse", {S::Str(L"Q101"), S::Str(L"R1")}), E_FAIL);
-    EXPECT_EQ(script().Call(L"QuestionResponse", {NullString(), NullString()}), E_FAIL);
-    EXPECT_EQ(script().Call(L"QuestionResponse", {S::Str(L"Q1"), NullString()}), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (Lines{L"AddQuestionResponse: too many questions.\r\n",
-                                      L"QuestionResponse - RecordQuestionResponse failed.\r\n",
-                                      L"QuestionResponse - null questionID.\r\n",
-                                      L"QuestionResponse - null responseID.\r\n"}));
-    EXPECT_EQ(script().Call(L"ActivityEndNormal"), S_OK);
+    EXPECT_EQ(answer(L"Q101", L"R1"), E_FAIL);
+    EXPECT_EQ(answer(nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(answer(L"Q1", nullptr), E_FAIL);
+    const std::wstring failed = L"QuestionResponse - RecordQuestionResponse failed.\r\n";
+    EXPECT_EQ(Debug(), (Lines{L"AddQuestionResponse: too many questions.\r\n", failed,
+                              L"QuestionResponse - null questionID.\r\n", L"QuestionResponse - null responseID.\r\n"}));
+    EXPECT_EQ(Call(L"ActivityEndNormal"), S_OK);
     EXPECT_EQ(TempFiles(), Names{L"0000065535_200402030905_000Quest.txt"});
     EXPECT_EQ(ReadFileBytes(L"\\Device Temp\\0000065535_200402030905_000Quest.txt"), expected);
     // The answers went with the file: the next questionnaire starts empty.
@@ -334,9 +324,8 @@ TEST_F(ActivityTest, QuestionnaireKeepsAHundredAnswersAndWritesThem)
     ASSERT_EQ(Config(3, L"Tap", 0), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
     capture.Clear();
-    EXPECT_EQ(script().Call(L"QuestionResponse", {S::Str(L"Q1"), S::Str(L"R1")}), E_FAIL);
-    EXPECT_EQ(capture.Lines(), (Lines{L"RecordQuestionResponse: not running a questionnaire test.\r\n",
-                                      L"QuestionResponse - RecordQuestionResponse failed.\r\n"}));
+    EXPECT_EQ(answer(L"Q1", L"R1"), E_FAIL);
+    EXPECT_EQ(Debug(), (Lines{L"RecordQuestionResponse: not running a questionnaire test.\r\n", failed}));
 }
 
 TEST_F(ActivityTest, ALongRecordingIsWrittenByteForByte)
@@ -347,13 +336,12 @@ TEST_F(ActivityTest, ALongRecordingIsWrittenByteForByte)
     std::string expected = Opening();
     for (DWORD i = 0; i < 700; ++i) {
         const DWORD ticks = 0xFFFF00 + i * 3;  // across the 24-bit wrap
-        std::string p;
-        switch (i % 4) {
-        case 0: p = Packet([&](int* n) { return CHC08Pack::BuildDigitoLeftDownward(n, ticks, i * 37); }); break;
-        case 1: p = Packet([&](int* n) { return CHC08Pack::BuildCapsitRightUp(n, ticks); }); break;
-        case 2: p = Packet([&](int* n) { return CHC08Pack::BuildPegsMap(n, ticks, i & 0xFF, ~i & 0xFF); }); break;
-        default: p = Packet([&](int* n) { return CHC08Pack::BuildTimerRollover(n, ticks); }); break;
-        }
+        const std::string p = Packet([&](int* n) {
+            return i % 4 == 0   ? CHC08Pack::BuildDigitoLeftDownward(n, ticks, i * 37)
+                   : i % 4 == 1 ? CHC08Pack::BuildCapsitRightUp(n, ticks)
+                   : i % 4 == 2 ? CHC08Pack::BuildPegsMap(n, ticks, i & 0xFF, ~i & 0xFF)
+                                : CHC08Pack::BuildTimerRollover(n, ticks);
+        });
         expected += p;
         Record(p);
     }
@@ -377,6 +365,7 @@ TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
     const std::string opening = Opening();
     // Several rounds, so the end meets the reader at different moments.
     for (int round = 0; round < 10; ++round) {
+        SCOPED_TRACE(round);
         RemoveTempFolder();
         StartRecordedActivity(1);
         std::atomic<size_t> sent{0};
@@ -393,13 +382,12 @@ TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
         // The file holds an unbroken run of the packets from the first, whole.
         const Names files = TempFiles();
         ASSERT_EQ(files.size(), 1u);
-        const std::string file = ReadFileBytes(L"\\Device Temp\\" + files[0]);
-        ASSERT_EQ(file.compare(0, opening.size(), opening), 0) << round;
+        const std::string file = ReadFileBytes(std::wstring(kTemp) + L"\\" + files[0]);
+        ASSERT_EQ(file.compare(0, opening.size(), opening), 0);
         const size_t body = file.size() - opening.size();
-        ASSERT_EQ(body % 9, 0u) << round;
-        ASSERT_GE(body / 9, 500u) << round;
+        ASSERT_TRUE(body % 9 == 0 && body / 9 >= 500) << body;
         for (size_t t = 0; t < body / 9; ++t)
-            ASSERT_EQ(file.compare(opening.size() + t * 9, 9, taps[t]), 0) << round << " " << t;
+            ASSERT_EQ(file.compare(opening.size() + t * 9, 9, taps[t]), 0) << t;
     }
     EXPECT_TRUE(capture.Lines().empty());
 }
@@ -407,21 +395,19 @@ TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
 TEST_F(ActivityTest, AFailedSaveStillEndsTheActivity)
 {
     // The file's name is taken by a folder.
-    CreateDirectoryW(L"\\Device Temp", nullptr);
+    CreateDirectoryW(kTemp, nullptr);
     CreateDirectoryW(kTapMotr, nullptr);
     StartRecordedActivity(5);
     EXPECT_EQ(control->ActivityEndNormal(), S_OK);
     EXPECT_EQ(capture.Lines(), Lines{L"ERROR: SaveHC08...: could not open file for writing.\r\n"});
     RemoveDirectoryW(kTapMotr);
     // No folder for the files at all.
-    RemoveDirectoryW(L"\\Device Temp");
-    WriteDiskFile(L"\\Device Temp", "a file where the folder should be");
+    TempFolderTakenByAFile();
     StartRecordedActivity(5);
     EXPECT_EQ(control->ActivityEndNormal(), S_OK);
-    DeleteFileW(L"\\Device Temp");
+    DeleteFileW(kTemp);
     EXPECT_EQ(capture.Lines(), (Lines{L"Could not create temp data folder.\r\n", L"SaveHC08... null fname.\r\n"}));
     EXPECT_EQ(Events(kActivityEnded), (Fired{{0, 5}, {0, 5}}));
-    EXPECT_FALSE(CTestManager::SaveHC08PackList(nullptr, L"\\Hard Disk\\x.motr"));
 }
 
 TEST_F(ActivityTest, ATimeOutEndsAtTheFirstTimerTickPastItsLimit)
@@ -429,12 +415,11 @@ TEST_F(ActivityTest, ATimeOutEndsAtTheFirstTimerTickPastItsLimit)
     // Counted in ticks of the manager's own 500 ms timer (its id 1): started
     // just after one tick, a 1 s activity is due by the second and ended by
     // the third.
-    const HWND window = FindThreadWindow(L"TestManangerMessageWin");
+    const HWND window = FindThreadWindow(kWindowClass);
     ASSERT_NE(window, nullptr);
     int ticks = 0;
     const auto countTicks = [&](const MSG& msg) {
-        if (msg.hwnd == window && msg.message == WM_TIMER && msg.wParam == 1)
-            ++ticks;
+        ticks += msg.hwnd == window && msg.message == WM_TIMER && msg.wParam == 1;
     };
     ASSERT_EQ(Config(2, L"Seat", 1), S_OK);
     // The first tick may have waited in the queue; the second comes on time.
@@ -459,16 +444,15 @@ TEST_F(ActivityTest, ATimeOutEndsAtTheFirstTimerTickPastItsLimit)
 TEST_F(ActivityTest, DeadlinesSurviveTheTickWrap)
 {
     struct Case { DWORD now, due; bool passed; };
-    const Case cases[] = {
-        {5000, 5000, true}, {5001, 5000, true}, {4999, 5000, false},
-        {0xFFFFF000u, 0x100, false}, {0xFF, 0x100, false}, {0x101, 0x100, true},  // set before the wrap, due after
-        {0x10, 0xFFFFFF00u, true},  // due before the wrap, checked after it
-    };
+    const Case cases[] = {{5000, 5000, true}, {5001, 5000, true}, {4999, 5000, false},
+                          // set before the wrap, due after; due before the wrap, checked after it
+                          {0xFFFFF000u, 0x100, false}, {0xFF, 0x100, false}, {0x101, 0x100, true},
+                          {0x10, 0xFFFFFF00u, true}};
     for (const Case& c : cases)
         EXPECT_EQ(CTestManager::DeadlinePassed(c.now, c.due), c.passed) << c.now << " " << c.due;
 }
 
-std::string Params(const char* first, const char* endPractice, int makeupDays)
+std::string Params(const char* first, const char* endPractice, int makeupDays = 0)
 {
     return std::string("FirstSessionDateTime=") + first + "\r\nSessionWindowHours=2\r\nEndPracticeDate=" +
            endPractice + "\r\nRealTestIntervalDays=7\r\nPracticeTestIntervalDays=1\r\nMakeupDays=" +
@@ -478,39 +462,36 @@ std::string Params(const char* first, const char* endPractice, int makeupDays)
 // Weekly at Monday 09:00 for 2 hours, 2 makeup days, practice long over.
 const std::string kWeekly = Params("Mon 02 Feb 2004 09:00:00", "Thu 01 Jan 2004", 2);
 
-// What the script reads at a moment: the next window and whether it is in it.
-// A row without an end checks the start only.
+// What the script reads at a moment (local, or a UTC instant shown in the
+// UK's zone): the next window and whether it is in it. A row without an end
+// checks the start only.
 struct Row { const wchar_t* now; const wchar_t* start; const wchar_t* end = nullptr; short in = -1; };
 
-// The schedule as the script reads it at given moments.
 class ScheduleTest : public ActivityTest
 {
 protected:
     void SetUp() override {}
-    void Open(const std::string& params, const wchar_t* at = L"Sun 01 Feb 2004 08:00:00") { ActivityTest::Open(params, at); }
+    void Open(const std::string& params, const wchar_t* at = L"Sun 01 Feb 2004 08:00:00")
+    {
+        ActivityTest::Open(params, at);
+    }
     void SessionDoneAt(const wchar_t* when)
     {
         const SYSTEMTIME st = ParseTime(when);
         ASSERT_TRUE(AsControl(control.Get())->GetNVRAM()->NVWritePrevSessionDateTime(&st));
     }
-    // now is local time, or a UTC instant shown in the UK's zone.
     void Expect(const Row& row, bool utc = false)
     {
         SCOPED_TRACE(testing::PrintToString(std::wstring(row.now)));
-        if (utc)
-            clock.SetInstant(row.now, UkTimeZone());
-        else
-            clock.SetLocal(row.now);
+        utc ? clock.SetInstant(row.now, UkTimeZone()) : clock.SetLocal(row.now);
         BSTR start = nullptr, end = nullptr;
         short in = -1;
-        EXPECT_EQ(control->GetNextSessionStart(&start), S_OK);
-        EXPECT_EQ(control->GetNextSessionEnd(&end), S_OK);
-        EXPECT_EQ(control->get_InSessionWindow(&in), S_OK);
+        EXPECT_EQ(control->GetNextSessionStart(&start) | control->GetNextSessionEnd(&end) |
+                      control->get_InSessionWindow(&in), S_OK);
         EXPECT_EQ(std::wstring(start ? start : L"<null>"), row.start);
-        if (row.end) {
-            EXPECT_EQ(std::wstring(end ? end : L"<null>"), row.end);
-            EXPECT_EQ(in, row.in);
-        }
+        if (row.end)
+            EXPECT_EQ(std::make_pair(std::wstring(end ? end : L"<null>"), in),
+                      std::make_pair(std::wstring(row.end), row.in));
         SysFreeString(start);
         SysFreeString(end);
     }
@@ -543,18 +524,21 @@ TEST_F(ScheduleTest, WeeklySlotsWithTwoMakeupDaysAndNothingDoneYet)
 
 TEST_F(ScheduleTest, ASessionDoneCountsForItsSlotAndEveryEarlierOne)
 {
+    const wchar_t *week2 = L"Mon 09 Feb 2004 09:00:00", *week2End = L"Mon 09 Feb 2004 11:00:00";
+    const wchar_t *week3 = L"Mon 16 Feb 2004 09:00:00", *week3End = L"Mon 16 Feb 2004 11:00:00";
     struct Case { const wchar_t* done; Row row; };
     const Case cases[] = {
-        {L"Mon 02 Feb 2004 09:30:00", {L"Mon 02 Feb 2004 12:00:00", L"Mon 09 Feb 2004 09:00:00", L"Mon 09 Feb 2004 11:00:00", 0}},
+        {L"Mon 02 Feb 2004 09:30:00", {L"Mon 02 Feb 2004 12:00:00", week2, week2End, 0}},
         // Done, so not offered again although its window is still open.
-        {L"Mon 02 Feb 2004 09:30:00", {L"Mon 02 Feb 2004 10:00:00", L"Mon 09 Feb 2004 09:00:00", L"Mon 09 Feb 2004 11:00:00", 0}},
+        {L"Mon 02 Feb 2004 09:30:00", {L"Mon 02 Feb 2004 10:00:00", week2, week2End, 0}},
         // Made up on Tuesday: no more makeups that week.
-        {L"Tue 03 Feb 2004 10:00:00", {L"Wed 04 Feb 2004 09:30:00", L"Mon 09 Feb 2004 09:00:00", L"Mon 09 Feb 2004 11:00:00", 0}},
-        {L"Mon 09 Feb 2004 10:00:00", {L"Mon 09 Feb 2004 10:30:00", L"Mon 16 Feb 2004 09:00:00", L"Mon 16 Feb 2004 11:00:00", 0}},
+        {L"Tue 03 Feb 2004 10:00:00", {L"Wed 04 Feb 2004 09:30:00", week2, week2End, 0}},
+        {L"Mon 09 Feb 2004 10:00:00", {L"Mon 09 Feb 2004 10:30:00", week3, week3End, 0}},
         // Started the very moment its window opened.
-        {L"Mon 09 Feb 2004 09:00:00", {L"Mon 09 Feb 2004 10:00:00", L"Mon 16 Feb 2004 09:00:00", L"Mon 16 Feb 2004 11:00:00", 0}},
+        {L"Mon 09 Feb 2004 09:00:00", {L"Mon 09 Feb 2004 10:00:00", week3, week3End, 0}},
         // Weeks done long ago: the current week's missed slot gets its makeup.
-        {L"Mon 09 Feb 2004 10:00:00", {L"Tue 24 Feb 2004 08:00:00", L"Tue 24 Feb 2004 09:00:00", L"Tue 24 Feb 2004 11:00:00", 0}},
+        {L"Mon 09 Feb 2004 10:00:00",
+         {L"Tue 24 Feb 2004 08:00:00", L"Tue 24 Feb 2004 09:00:00", L"Tue 24 Feb 2004 11:00:00", 0}},
     };
     for (const Case& c : cases) {
         Open(kWeekly);
@@ -565,16 +549,15 @@ TEST_F(ScheduleTest, ASessionDoneCountsForItsSlotAndEveryEarlierOne)
 
 TEST_F(ScheduleTest, PracticeIntervalRunsUntilTheDayPracticeEnds)
 {
-    Open(Params("Mon 02 Feb 2004 09:00:00", "Mon 09 Feb 2004", 0));
+    Open(Params("Mon 02 Feb 2004 09:00:00", "Mon 09 Feb 2004"));
     Expect({L"Mon 02 Feb 2004 12:00:00", L"Tue 03 Feb 2004 09:00:00"});
     Expect({L"Sun 08 Feb 2004 12:00:00", L"Mon 09 Feb 2004 09:00:00"});
     Expect({L"Mon 09 Feb 2004 12:00:00", L"Mon 16 Feb 2004 09:00:00"});
     EXPECT_EQ(PracticeAt(L"Sun 08 Feb 2004 23:59:59"), 1);
     EXPECT_EQ(PracticeAt(L"Mon 09 Feb 2004 00:00:00"), 0);
-
     // Practice ending at midday: practice mode follows the clock, the
     // interval the date, so the afternoon still runs on the daily interval.
-    Open(Params("Mon 02 Feb 2004 09:00:00", "Mon 09 Feb 2004 12:00:00", 0));
+    Open(Params("Mon 02 Feb 2004 09:00:00", "Mon 09 Feb 2004 12:00:00"));
     EXPECT_EQ(PracticeAt(L"Mon 09 Feb 2004 11:59:59"), 1);
     EXPECT_EQ(PracticeAt(L"Mon 09 Feb 2004 13:00:00"), 0);
     Expect({L"Mon 09 Feb 2004 13:00:00", L"Tue 10 Feb 2004 09:00:00"});
@@ -583,30 +566,32 @@ TEST_F(ScheduleTest, PracticeIntervalRunsUntilTheDayPracticeEnds)
 
 TEST_F(ScheduleTest, SlotsKeepTheirLocalHourAcrossDaylightSavingChanges)
 {
-    // Sundays at 09:00 local; clocks go forward at 01:00 UTC on 28 March 2004.
-    Open(Params("Sun 21 Mar 2004 09:00:00", "Thu 01 Jan 2004", 0), L"Sat 20 Mar 2004 08:00:00");
-    const wchar_t* nine = L"Sun 28 Mar 2004 09:00:00";
-    const wchar_t* eleven = L"Sun 28 Mar 2004 11:00:00";
-    Expect({L"Sun 28 Mar 2004 00:30:00", nine, eleven, 0}, true);  // 00:30 GMT
-    Expect({L"Sun 28 Mar 2004 07:30:00", nine, eleven, 0}, true);  // 08:30 BST: not yet
-    Expect({L"Sun 28 Mar 2004 08:30:00", nine, eleven, 1}, true);  // 09:30 BST
-    Expect({L"Sun 28 Mar 2004 09:59:59", nine, eleven, 1}, true);
-    Expect({L"Sun 28 Mar 2004 10:00:00", L"Sun 04 Apr 2004 09:00:00"}, true);
-
+    // Rows of UTC instants. Sundays at 09:00 local; clocks go forward at
+    // 01:00 UTC on 28 March 2004.
+    const auto walk = [&](const char* first, const wchar_t* opened, std::vector<Row> rows) {
+        Open(Params(first, "Thu 01 Jan 2004"), opened);
+        for (const Row& row : rows)
+            Expect(row, true);
+    };
+    const wchar_t *nine = L"Sun 28 Mar 2004 09:00:00", *eleven = L"Sun 28 Mar 2004 11:00:00";
+    walk("Sun 21 Mar 2004 09:00:00", L"Sat 20 Mar 2004 08:00:00",
+         {{L"Sun 28 Mar 2004 00:30:00", nine, eleven, 0},  // 00:30 GMT
+          {L"Sun 28 Mar 2004 07:30:00", nine, eleven, 0},  // 08:30 BST: not yet
+          {L"Sun 28 Mar 2004 08:30:00", nine, eleven, 1},  // 09:30 BST
+          {L"Sun 28 Mar 2004 09:59:59", nine, eleven, 1},
+          {L"Sun 28 Mar 2004 10:00:00", L"Sun 04 Apr 2004 09:00:00"}});
     // A window across the change is measured in local hours: at night in
     // spring it lasts one real hour...
-    Open(Params("Sun 21 Mar 2004 00:30:00", "Thu 01 Jan 2004", 0), L"Sat 20 Mar 2004 08:00:00");
-    Expect({L"Sun 28 Mar 2004 01:15:00", L"Sun 28 Mar 2004 00:30:00", L"Sun 28 Mar 2004 02:30:00", 1}, true);
-    Expect({L"Sun 28 Mar 2004 01:30:00", L"Sun 04 Apr 2004 00:30:00"}, true);
-
+    walk("Sun 21 Mar 2004 00:30:00", L"Sat 20 Mar 2004 08:00:00",
+         {{L"Sun 28 Mar 2004 01:15:00", L"Sun 28 Mar 2004 00:30:00", L"Sun 28 Mar 2004 02:30:00", 1},
+          {L"Sun 28 Mar 2004 01:30:00", L"Sun 04 Apr 2004 00:30:00"}});
     // ...and in autumn, when 01:00 to 02:00 comes twice, three.
-    Open(Params("Sun 24 Oct 2004 00:30:00", "Thu 01 Jan 2004", 0), L"Sat 23 Oct 2004 08:00:00");
-    const wchar_t* start = L"Sun 31 Oct 2004 00:30:00";
-    const wchar_t* end = L"Sun 31 Oct 2004 02:30:00";
-    Expect({L"Sat 30 Oct 2004 23:45:00", start, end, 1}, true);  // 00:45 BST
-    Expect({L"Sun 31 Oct 2004 01:15:00", start, end, 1}, true);  // 01:15 GMT, the second time
-    Expect({L"Sun 31 Oct 2004 02:29:59", start, end, 1}, true);
-    Expect({L"Sun 31 Oct 2004 02:30:00", L"Sun 07 Nov 2004 00:30:00"}, true);
+    const wchar_t *start = L"Sun 31 Oct 2004 00:30:00", *end = L"Sun 31 Oct 2004 02:30:00";
+    walk("Sun 24 Oct 2004 00:30:00", L"Sat 23 Oct 2004 08:00:00",
+         {{L"Sat 30 Oct 2004 23:45:00", start, end, 1},  // 00:45 BST
+          {L"Sun 31 Oct 2004 01:15:00", start, end, 1},  // 01:15 GMT, the second time
+          {L"Sun 31 Oct 2004 02:29:59", start, end, 1},
+          {L"Sun 31 Oct 2004 02:30:00", L"Sun 07 Nov 2004 00:30:00"}});
 }
 
 }  // namespace

@@ -46,9 +46,8 @@ TEST(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
     DebugCapture capture;
     const std::string bench = kBenchParams;
     const std::string noDebug = With("Debug", "");
-    const auto bad = [](const char* key) {
-        return std::wstring(L"ERROR: CStoredParams::Open: bad/missing ") + std::wstring(key, key + strlen(key)) + L".\r\n";
-    };
+    const std::wstring badOrMissing = L"ERROR: CStoredParams::Open: bad/missing ";
+    const auto bad = [&](const wchar_t* key) { return badOrMissing + key + L".\r\n"; };
     struct Case { const char* what; std::string text; Lines lines; };
     const Case cases[] = {
         {"no file", "", {L"ERROR: Failed to open params file.\r\n", kReadFailed}},
@@ -58,24 +57,22 @@ TEST(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
         {"cut after a key", noDebug + "Debug", {kNoEquals, kReadFailed}},
         {"key without a value", noDebug + "Debug=  ", {L"ERROR: Missing value in param file.\r\n", kReadFailed}},
         {"value past byte 8192", CutAt8192(6), {L"ERROR: Missing value in param file.\r\n", kReadFailed}},
-        {"window of 25 hours", With("SessionWindowHours", "SessionWindowHours=25"), {bad("SessionWindowHours")}},
-        {"interval of 0 days", With("RealTestIntervalDays", "RealTestIntervalDays=0"), {bad("RealTestIntervalDays")}},
+        {"window of 25 hours", With("SessionWindowHours", "SessionWindowHours=25"), {bad(L"SessionWindowHours")}},
+        {"interval of 0 days", With("RealTestIntervalDays", "RealTestIntervalDays=0"), {bad(L"RealTestIntervalDays")}},
         {"practice interval not a number", With("PracticeTestIntervalDays", "PracticeTestIntervalDays=daily"),
-         {bad("PracticeTestIntervalDays")}},
-        {"no MakeupDays", With("MakeupDays", ""), {bad("MakeupDays")}},
-        {"MinFreeSpaceMB past 16 bits", With("MinFreeSpaceMB", "MinFreeSpaceMB=32768"), {bad("MinFreeSpaceMB")}},
-        {"no Debug", noDebug, {bad("Debug")}},
+         {bad(L"PracticeTestIntervalDays")}},
+        {"no MakeupDays", With("MakeupDays", ""), {bad(L"MakeupDays")}},
+        {"MinFreeSpaceMB past 16 bits", With("MinFreeSpaceMB", "MinFreeSpaceMB=32768"), {bad(L"MinFreeSpaceMB")}},
+        {"no Debug", noDebug, {bad(L"Debug")}},
         {"date without leading zero", With("FirstSessionDateTime", "FirstSessionDateTime=Mon 2 Feb 2004"),
-         {L"ScriptToSystemDateTime: unexpected length date time string.\r\n", bad("FirstSessionDateTime")}},
+         {L"ScriptToSystemDateTime: unexpected length date time string.\r\n", bad(L"FirstSessionDateTime")}},
         {"practice end in 1999", With("EndPracticeDate", "EndPracticeDate=Mon 08 Feb 1999"),
-         {L"ScriptToSystemDateTime: garbled year.\r\n", bad("EndPracticeDate")}},
+         {L"ScriptToSystemDateTime: garbled year.\r\n", bad(L"EndPracticeDate")}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        if (c.text.empty())
-            DeleteDiskFile(kParams);
-        else
-            ASSERT_TRUE(WriteDiskFile(kParams, c.text));
+        DeleteDiskFile(kParams);
+        ASSERT_TRUE(c.text.empty() || WriteDiskFile(kParams, c.text));
         capture.Clear();
         CStoredParams params;
         EXPECT_FALSE(params.Open());
@@ -94,8 +91,7 @@ TEST(StoredParamsTest, ScannerKeepsValuesAsWrittenAndKeysWithoutCase)
     CStoredParams params;
     ASSERT_TRUE(params.Open());
     short hours = 0, makeup = 0;
-    EXPECT_TRUE(params.ReadSessionWindowHours(&hours));
-    EXPECT_EQ(hours, 4);
+    EXPECT_TRUE(params.ReadSessionWindowHours(&hours) && hours == 4) << hours;
     // Trailing blanks belong to the value; an empty value takes the next line;
     // a line break between a key and "=" is a blank too.
     EXPECT_EQ(Read(params, L"STUDYSITE"), L"Lab 3  ");
@@ -104,18 +100,15 @@ TEST(StoredParamsTest, ScannerKeepsValuesAsWrittenAndKeysWithoutCase)
     EXPECT_EQ(Read(params, L"Empty"), L"x");
     // A duplicate key is recorded as an assertion; the first one counts.
     EXPECT_EQ(AssertLines(), asserts + 1);
-    EXPECT_TRUE(params.ReadMakeupDays(&makeup));
-    EXPECT_EQ(makeup, 2);
+    EXPECT_TRUE(params.ReadMakeupDays(&makeup) && makeup == 2) << makeup;
     SYSTEMTIME first, end;
-    ASSERT_TRUE(params.ReadFirstSessionDateTime(&first));
-    ASSERT_TRUE(params.ReadEndPracticeDate(&end));
+    ASSERT_TRUE(params.ReadFirstSessionDateTime(&first) && params.ReadEndPracticeDate(&end));
     EXPECT_EQ((std::vector<int>{first.wYear, first.wMonth, first.wDay, first.wHour, end.wDay, end.wHour}),
               (std::vector<int>{2004, 2, 2, 9, 9, 0}));
 
     // Only the first 8192 bytes are read.
-    ASSERT_TRUE(WriteDiskFile(kParams, CutAt8192(8)));
     CStoredParams cut;
-    ASSERT_TRUE(cut.Open());
+    ASSERT_TRUE(WriteDiskFile(kParams, CutAt8192(8)) && cut.Open());
     EXPECT_EQ(Read(cut, L"Debug"), L"12");
     EXPECT_TRUE(capture.Lines().empty());
 }
@@ -126,10 +119,8 @@ bool Same(const SYSTEMTIME& a, const SYSTEMTIME& b) { return memcmp(&a, &b, size
 
 std::wstring ToScript(const SYSTEMTIME& st, bool withTime)
 {
-    wchar_t* text = SystemDateTimeToScript(&st, withTime);
-    std::wstring result = text ? text : L"<null>";
-    delete[] text;
-    return result;
+    std::unique_ptr<wchar_t[]> text(SystemDateTimeToScript(&st, withTime));
+    return text ? text.get() : L"<null>";
 }
 
 TEST(DateTimeTest, WritesLongAndShortFormsWithinFieldRanges)
@@ -149,12 +140,10 @@ TEST(DateTimeTest, WritesLongAndShortFormsWithinFieldRanges)
 TEST(DateTimeTest, ParsesBothFormsAndReportsEachFault)
 {
     DebugCapture capture;
-    const std::wstring length = L"ScriptToSystemDateTime: unexpected length date time string.\r\n";
-    const std::wstring garbled = L"ScriptToSystemDateTime: garbled date string.\r\n";
-    const std::wstring day = L"ScriptToSystemDateTime: invalid day of month.\r\n";
-    const std::wstring year = L"ScriptToSystemDateTime: garbled year.\r\n";
-    const std::wstring hour = L"ScriptToSystemDateTime: invalid hour.\r\n";
-    const std::wstring minute = L"ScriptToSystemDateTime: invalid minute.\r\n";
+    const auto line = [](const wchar_t* fault) { return L"ScriptToSystemDateTime: " + std::wstring(fault) + L".\r\n"; };
+    const std::wstring length = line(L"unexpected length date time string"), garbled = line(L"garbled date string"),
+                       day = line(L"invalid day of month"), year = line(L"garbled year"), hour = line(L"invalid hour"),
+                       minute = line(L"invalid minute");
     struct Case { const wchar_t* text; std::wstring line; SYSTEMTIME st; };
     const Case cases[] = {
         {L"Tue 03 Feb 2004 09:05:00", L"", kFeb3},
@@ -165,13 +154,10 @@ TEST(DateTimeTest, ParsesBothFormsAndReportsEachFault)
         {L"Sat 31 Dec 3000 59:59:61 and more", L"", {3000, 12, 6, 31, 59, 59, 61, 0}},
         // A wrong length leaves the record cleared.
         {L"Tue 3 Feb 2004", length, {}}, {L"Tue 03 Feb 2004 09:05", length, {}},
-        {L"Tue 03 Feb 2004 09:05:0", length, {}},
-        {L"Tue xx Feb 2004", garbled}, {L"Tue 03 Feb 2004 09-05-00", garbled},
-        {L"Tues 3 Feb 2004", L"ScriptToSystemDateTime: garbled day of week.\r\n"},
-        {L"Xyz 03 Feb 2004", L"ScriptToSystemDateTime: Unknown day of week.\r\n"},
+        {L"Tue 03 Feb 2004 09:05:0", length, {}}, {L"Tue xx Feb 2004", garbled}, {L"Tue 03 Feb 2004 09-05-00", garbled},
+        {L"Tues 3 Feb 2004", line(L"garbled day of week")}, {L"Xyz 03 Feb 2004", line(L"Unknown day of week")},
         {L"Tue 00 Feb 2004", day}, {L"Tue 32 Feb 2004", day},
-        {L"Tue 3 Febr 2004", L"ScriptToSystemDateTime: garbled month.\r\n"},
-        {L"Tue 03 Err 2004", L"ScriptToSystemDateTime: Unknown month.\r\n"},
+        {L"Tue 3 Febr 2004", line(L"garbled month")}, {L"Tue 03 Err 2004", line(L"Unknown month")},
         {L"Tue 03 Feb 1999", year}, {L"Tue 03 Feb 3001", year},
         {L"Tue 03 Feb 2004 60:00:00", hour}, {L"Tue 03 Feb 2004 -1:00:00", hour},
         {L"Tue 03 Feb 2004 09:60:00", minute}, {L"Tue 03 Feb 2004 09:05:62", minute},

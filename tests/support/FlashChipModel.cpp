@@ -3,11 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "session/FlashAccess.h"
-
-namespace {
-constexpr DWORD kWords = kFlashEraseBlockBytes / 4;
-}
+static constexpr DWORD kWords = kFlashEraseBlockBytes / 4;
 
 FlashChipModel::FlashChipModel(WORD manufacturer, WORD device, DWORD eraseUnitBytes)
     : array(kWords, 0xFFFFFFFF), m_ids{manufacturer, device}, m_unitBytes(eraseUnitBytes)
@@ -15,30 +11,6 @@ FlashChipModel::FlashChipModel(WORD manufacturer, WORD device, DWORD eraseUnitBy
     // The chips power up with every block locked.
     const DWORD units = (kFlashEraseBlockBytes + eraseUnitBytes - 1) / eraseUnitBytes;
     m_locked.assign(2, std::vector<bool>(units, true));
-}
-
-void FlashChipModel::SetHalf(DWORD& word, int half, WORD value)
-{
-    word = half == 0 ? (word & 0xFFFF0000) | value : (word & 0x0000FFFF) | (static_cast<DWORD>(value) << 16);
-}
-
-void FlashChipModel::Fault(const std::string& text, DWORD wordIndex)
-{
-    faults.push_back(text + " at word " + std::to_string(wordIndex));
-}
-
-void FlashChipModel::Inject(Op op, int half, WORD bits)
-{
-    m_chips[half].injectOp = op;
-    m_chips[half].injectBits = bits;
-}
-
-// An operation begins: the chip answers busy for a while, then ready.
-void FlashChipModel::StartOp(Chip& chip)
-{
-    chip.mode = Mode::ReadStatus;
-    chip.busy = kBusyReads;
-    chip.status = 0x80;
 }
 
 bool FlashChipModel::TakeInjection(Chip& chip, Op op)
@@ -50,20 +22,11 @@ bool FlashChipModel::TakeInjection(Chip& chip, Op op)
     return true;
 }
 
-void FlashChipModel::Stick(DWORD wordIndex, DWORD value) { m_stuck.emplace_back(wordIndex, value); }
-
 // The words are little-endian, as the processor and this host see them.
 void FlashChipModel::Load(const std::string& block)
 {
     memcpy(array.data(), block.data(), std::min<size_t>(block.size(), kWords * 4) & ~size_t{3});
 }
-
-std::string FlashChipModel::Block() const
-{
-    return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4);
-}
-
-bool FlashChipModel::InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
 
 DWORD FlashChipModel::Read(DWORD wordIndex)
 {
@@ -112,15 +75,13 @@ void FlashChipModel::Write(DWORD wordIndex, DWORD value)
                 chip.status = 0x80 | 0x10 | 0x02;
                 continue;
             }
-            const WORD old = Half(array[wordIndex], half);
-            const WORD data = Half(value, half);
+            const WORD old = Half(array[wordIndex], half), data = Half(value, half);
             if ((old & data) != data)
                 Fault("programmed over bits that were not erased", wordIndex);
             SetHalf(array[wordIndex], half, old & data);
             any = true;
         }
-        if (any)
-            ++programs;
+        programs += any;
         return;
     }
     if (LOWORD(value) != HIWORD(value)) {
@@ -151,8 +112,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
             return;
         if (!erase) {
             m_locked[half][unit] = false;
-            if (half == 0)
-                ++lockClears;
+            lockClears += half == 0;  // counted once per chip pair
             return;
         }
         if (m_locked[half][unit]) {
@@ -166,8 +126,7 @@ void FlashChipModel::Command(int half, DWORD wordIndex, WORD command)
         for (const auto& [word, stuck] : m_stuck)
             if (word >= first && word < last)
                 SetHalf(array[word], half, Half(stuck, half));
-        if (half == 1)
-            ++erases;
+        erases += half == 1;
         return;
     }
     default:

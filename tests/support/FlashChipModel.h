@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "session/FlashAccess.h"
 #include "session/FlashProgrammer.h"
 
 class FlashChipModel final : public IFlashBus
@@ -31,19 +32,21 @@ public:
 
     // The next op on chip half (0 lower, 1 upper) ends with these status bits
     // and does nothing.
-    void Inject(Op op, int half, WORD bits);
+    void Inject(Op op, int half, WORD bits) { m_chips[half].injectOp = op; m_chips[half].injectBits = bits; }
     // The word keeps this value through the next erase of its block.
-    void Stick(DWORD wordIndex, DWORD value);
+    void Stick(DWORD wordIndex, DWORD value) { m_stuck.emplace_back(wordIndex, value); }
     // Puts the configuration block's bytes into the array (as provisioning did).
     void Load(const std::string& block);
     // The configuration block's bytes as the array holds them.
-    std::string Block() const;
-    bool InReadArray() const;
+    std::string Block() const
+    {
+        return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4);
+    }
+    bool InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
 
     std::vector<DWORD> array;         // the erase block, as read in array mode
     std::vector<std::string> faults;  // protocol breaches, in order
-    int erases = 0;                   // confirmed block erases (per chip pair)
-    int lockClears = 0;
+    int erases = 0, lockClears = 0;   // confirmed block erases and lock clears (per chip pair)
     int programs = 0;
     long long accesses = 0;
 
@@ -61,11 +64,18 @@ private:
 
     static constexpr int kBusyReads = 2;  // status reads that answer busy after each op
     WORD Half(DWORD word, int half) const { return half == 0 ? LOWORD(word) : HIWORD(word); }
-    void SetHalf(DWORD& word, int half, WORD value);
-    void StartOp(Chip& chip);
+    static void SetHalf(DWORD& word, int half, WORD value)
+    {
+        word = half == 0 ? (word & 0xFFFF0000) | value : (word & 0x0000FFFF) | (static_cast<DWORD>(value) << 16);
+    }
+    // An operation begins: the chip answers busy for a while, then ready.
+    static void StartOp(Chip& chip) { chip.mode = Mode::ReadStatus; chip.busy = kBusyReads; chip.status = 0x80; }
     bool TakeInjection(Chip& chip, Op op);
     void Command(int half, DWORD wordIndex, WORD command);
-    void Fault(const std::string& text, DWORD wordIndex);
+    void Fault(const std::string& text, DWORD wordIndex)
+    {
+        faults.push_back(text + " at word " + std::to_string(wordIndex));
+    }
     DWORD UnitOf(DWORD wordIndex) const { return wordIndex * 4 / m_unitBytes; }
 
     WORD m_ids[2];
