@@ -1,9 +1,6 @@
 #!/usr/bin/env python3
 """Checks sound taken from the bench against the files that made it.
 
-  audio_check.py decimated-match REC.wav CAPTURE.wav
-      REC, recorded at half CAPTURE's rate while CAPTURE played into the
-      microphone, is every second sample of it (5000 from its first sound).
   audio_check.py played-match SPEAKER FILE.wav [--gaps]
       FILE's samples, whole and unchanged, are in the speaker's recording;
       with --gaps, runs of silence between them are allowed and reported (a
@@ -194,14 +191,7 @@ def check_stored(rec_path, capture_path, rate, buffers):
 def main(argv):
     command, args = (argv[1], argv[2:]) if len(argv) > 1 else ("", [])
     failures = None
-    if command == "decimated-match" and len(args) == 2:
-        rec, cap = load(args[0]), load(args[1])
-        start = first_nonzero(rec) or 0
-        rec = rec[start:start + 5000]
-        k = buffered_offset(rec, cap, 2 * len(rec)) if len(rec) else None
-        failures = ["%s: %d samples from its first sound are not every second sample of %s"
-                    % (args[0], len(rec), args[1])] if k is None else []
-    elif command == "played-match" and (args[2:] in ([], ["--gaps"])) and len(args) >= 2:
+    if command == "played-match" and (args[2:] in ([], ["--gaps"])) and len(args) >= 2:
         speaker, played = load(args[0]), load(args[1])
         at, gaps = played_with_gaps(speaker, played)
         if at is None or (gaps and not args[2:]):

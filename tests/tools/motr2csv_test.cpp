@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "tests/tools/support/ToolsTestKit.h"
 
@@ -43,11 +41,6 @@ std::string Hex(const Bytes& bytes)
     return s;
 }
 
-std::string Text(const Bytes& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
-
 class Motr2Csv : public ::testing::Test
 {
 protected:
@@ -67,13 +60,13 @@ protected:
         EXPECT_EQ(out, expected);
     }
 
-    // The exit status; what the tool wrote goes to out and err.
+    // The exit status, with what the tool wrote in out and err.
     int Run(const std::string& args)
     {
         const toolstest::RunResult run = toolstest::Shell(std::string("('") + MOTR2CSV_BIN + "' " + args + " 2>'" +
                                                           (dir / "stderr").string() + "')");
         out = run.output;
-        err = Text(toolstest::ReadBytes(dir / "stderr"));
+        err = toolstest::ReadText(dir / "stderr");
         return run.code;
     }
 
@@ -196,7 +189,7 @@ TEST_F(Motr2Csv, WritesTheFileGivenAndTheHeaderOnRequest)
     toolstest::WriteBytes(motr, file);
     ASSERT_EQ(Run("'" + motr.string() + "' -o '" + (dir / "out.csv").string() + "'"), 0) << err;
     EXPECT_EQ(out, "");
-    EXPECT_EQ(Text(toolstest::ReadBytes(dir / "out.csv")),
+    EXPECT_EQ(toolstest::ReadText(dir / "out.csv"),
               std::string(kColumns) + "\n0,6,0,,,HC08Reset,,,,3,7,2,1000,5,,," + Hex(kReset) + "\n");
 
     ASSERT_EQ(Run("--header '" + motr.string() + "'"), 0) << err;

@@ -21,12 +21,6 @@ TempDir::TempDir()
     m_path = pattern;
 }
 
-TempDir::~TempDir()
-{
-    std::error_code ec;
-    fs::remove_all(m_path, ec);
-}
-
 RunResult Shell(const std::string& commandLine)
 {
     RunResult result;
@@ -40,16 +34,6 @@ RunResult Shell(const std::string& commandLine)
     const int status = pclose(pipe);
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
-}
-
-std::string Provision()
-{
-    return BRENNOCK_PROVISION_BIN;
-}
-
-std::string Ezip()
-{
-    return BRENNOCK_EZIP_BIN;
 }
 
 Bytes ReadBytes(const fs::path& path)
