@@ -22,17 +22,9 @@ protected:
         const std::vector<std::wstring> files = Recordings();
         ASSERT_EQ(files.size(), 1u);
         EXPECT_NE(files[0].find(L"Voice.wav"), std::wstring::npos) << "named for the test";
-        Keep(L"\\Device Temp\\" + files[0], name + L".wav");
-        KeepEvents(name + L".events");
+        Keep(L"\\Device Temp\\" + files[0], name);
     }
     void Feed(const char* file) { ASSERT_TRUE(sound.Send(std::string("mic ") + file)); }
-    std::vector<std::vector<int>> Args() const
-    {
-        std::vector<std::vector<int>> seen;
-        for (const AudioEvent& e : Events())
-            seen.push_back(e.args);
-        return seen;
-    }
 };
 
 TEST_F(RecordTest, SpeechStartsAndStopsARecordingThatKeepsTheHalfSecondBefore)
@@ -53,7 +45,8 @@ TEST_F(RecordTest, ARecordingThatNeverTriggersEndsAfterTheStartTimeout)
     ASSERT_EQ(control->AudioRecord(1, 30), S_OK);
     ASSERT_TRUE(WaitFor(kAudioRecordEnded));
     // Four silent half seconds, then the end: the trigger never came.
-    EXPECT_EQ(Args(), (std::vector<std::vector<int>>{{0, 0}, {0, 0}, {0, 0}, {0, 0}, {103}}));
+    const AudioEvent quiet{kAudioRecordProgress, {0, 0}};
+    EXPECT_EQ(Events(), (std::vector<AudioEvent>{quiet, quiet, quiet, quiet, {kAudioRecordEnded, {103}}}));
     KeepRecording(L"untriggered");
 }
 
@@ -64,7 +57,7 @@ TEST_F(RecordTest, MaxSecondsEndsALoudRecordingAfterTwoBuffers)
     ASSERT_TRUE(sound.WaitText("mic start", nullptr, 10000));
     ASSERT_EQ(control->AudioRecord(0, 1), S_OK);
     ASSERT_TRUE(WaitFor(kAudioRecordEnded));
-    EXPECT_EQ(Args().back(), std::vector<int>{0});
+    EXPECT_EQ(Events().back().args, std::vector<int>{0});
     KeepRecording(L"maxseconds");
 }
 

@@ -135,9 +135,8 @@ def check_recording(rec_path, events_path, capture_path, rate, start=200, stop=1
     """A START_ON_VOLUME|STOP_ON_VOLUME recording against the capture it
     heard and the events the script got: the half second before the trigger
     kept, the loudness of each buffer, the stop rule. Returns the failures."""
-    problem = wave_header_ok(rec_path)
-    if problem:
-        return [problem]
+    if wave_header_ok(rec_path):
+        return [wave_header_ok(rec_path)]
     if wave.open(rec_path).getframerate() != rate // 2:
         return ["recorded at %d Hz" % wave.open(rec_path).getframerate()]
     rec, cap, half = load(rec_path), load(capture_path), rate // 2
@@ -177,9 +176,8 @@ def check_recording(rec_path, events_path, capture_path, rate, start=200, stop=1
 def check_stored(rec_path, capture_path, rate, buffers):
     """A recording without volume flags: so many whole buffers, each every
     second sample of a half second of the capture."""
-    problem = wave_header_ok(rec_path)
-    if problem:
-        return [problem]
+    if wave_header_ok(rec_path):
+        return [wave_header_ok(rec_path)]
     rec, cap, half = load(rec_path), load(capture_path), rate // 2
     if len(rec) != buffers * (half // 2):
         return ["%d samples, not %d buffers of %d" % (len(rec), buffers, half // 2)]
@@ -206,8 +204,7 @@ def main(argv):
     elif command == "stored" and len(args) == 4:
         failures = check_stored(args[0], args[1], int(args[2]), int(args[3]))
     elif command == "header" and len(args) == 1:
-        problem = wave_header_ok(args[0])
-        failures = [problem] if problem else []
+        failures = [p for p in [wave_header_ok(args[0])] if p]
     elif command == "frames" and len(args) == 2:
         frames = wave.open(args[0]).getnframes()
         failures = [] if frames == int(args[1]) else ["%d frames, not %s" % (frames, args[1])]
