@@ -77,13 +77,16 @@ std::vector<std::wstring> AudioFixture::Recordings() const
 }
 
 // The recording, and its events one a line: a name and the arguments.
-void AudioFixture::Keep(const std::wstring& diskPath, const std::wstring& name) const
+void AudioFixture::KeepRecording(const std::wstring& name) const
 {
+    const std::vector<std::wstring> files = Recordings();
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_NE(files[0].find(L"Voice.wav"), std::wstring::npos) << "named for the test";
     const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
     if (out.empty())
         return;
     CreateDirectoryW(out.c_str(), nullptr);
-    CopyFileW(diskPath.c_str(), (out + L"\\" + name + L".wav").c_str(), FALSE);
+    CopyFileW((L"\\Device Temp\\" + files[0]).c_str(), (out + L"\\" + name + L".wav").c_str(), FALSE);
     FILE* f = _wfopen((out + L"\\" + name + L".events").c_str(), L"wb");
     if (f == nullptr)
         return;

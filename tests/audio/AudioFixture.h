@@ -57,9 +57,10 @@ protected:
 
     // The ".wav" files in "\Device Temp".
     std::vector<std::wstring> Recordings() const;
-    // Copies a recording into the checks folder as NAME.wav, and writes the
-    // events beside it as NAME.events.
-    void Keep(const std::wstring& diskPath, const std::wstring& name) const;
+    // Copies the one recording in "\Device Temp" into the checks folder as
+    // NAME.wav, and writes the events beside it as NAME.events.
+    void KeepRecording(const std::wstring& name) const;
+    void Feed(const char* file) { ASSERT_TRUE(sound.Send(std::string("mic ") + file)); }
 
     ComApartment com;
     RecordingSink sink;

@@ -13,19 +13,7 @@ using S = ScriptObject;
 // messages that no desktop driver takes: six assertions a recording.
 constexpr size_t kCodecAsserts = 6;
 
-class RecordTest : public AudioFixture
-{
-protected:
-    // The one recording in "\Device Temp", kept for the checks.
-    void KeepRecording(const std::wstring& name)
-    {
-        const std::vector<std::wstring> files = Recordings();
-        ASSERT_EQ(files.size(), 1u);
-        EXPECT_NE(files[0].find(L"Voice.wav"), std::wstring::npos) << "named for the test";
-        Keep(L"\\Device Temp\\" + files[0], name);
-    }
-    void Feed(const char* file) { ASSERT_TRUE(sound.Send(std::string("mic ") + file)); }
-};
+using RecordTest = AudioFixture;
 
 TEST_F(RecordTest, SpeechStartsAndStopsARecordingThatKeepsTheHalfSecondBefore)
 {

@@ -85,15 +85,13 @@ std::string RandomBytes(size_t size, unsigned seed)
     return bytes;
 }
 
-// The session's files as the control packs them, left on the disk for the
-// native checks: \compress.zip (level 6) and \stored.zip (level 0).
+// Left for the native checks: \compress.zip (level 6), \stored.zip (level 0).
 TEST(SZip, PacksEveryFileThePatternMatches)
 {
     MakeFolder(L"\\Device Temp");
     MakeFolder(L"\\Device Temp\\sub");
-    // Dates of this year, under the time zone rules the platform knows (a
-    // zone's earlier rules may have differed, and the native checks use the
-    // full history); both sides of daylight saving time, odd seconds.
+    // Both sides of daylight saving time, odd seconds; this year, as the
+    // zone's earlier rules may differ between Wine and the native checks.
     SYSTEMTIME now;
     GetLocalTime(&now);
     SYSTEMTIME winter{now.wYear, 1, 0, 15, 10, 12, 35, 0}, summer{now.wYear, 7, 0, 14, 16, 45, 8, 0};
@@ -179,12 +177,8 @@ TEST(SZip, UnreadableSourceLeavesTheDestinationAlone)
     EXPECT_EQ(CallSZip(L"\\locked\\*", L"\\locked.zip"), SZIP_OK);
 }
 
-// A full disk. szip_check.sh mounts a 64 KiB file system on \full when it
-// runs as root (SZIP_FULL_DISK=tmpfs), and otherwise makes
-// \full\compress.zip.tmp a link to /dev/full (SZIP_FULL_DISK=devfull), where
-// every write fails with "no space left on device" but which Wine cannot
-// delete (a device is no file to it), so that only the first way shows that
-// the temporary file is gone.
+// \full is a full disk made by szip_check.sh: a 64 KiB tmpfs, or (not as
+// root) \full\compress.zip.tmp linked to /dev/full, which Wine cannot delete.
 TEST(SZip, FullDiskLeavesNothing)
 {
     wchar_t kind[16] = L"";

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <numeric>
 #include <tuple>
 
 #include "tests/tools/support/ToolsTestKit.h"
@@ -20,10 +21,7 @@ const Bytes kHeader = {'M', 'O', 'T', 'R', 0x00, 0x01};
 // The packet with its checksum appended: the two's complement of the byte sum.
 Bytes Packet(Bytes bytes)
 {
-    unsigned sum = 0;
-    for (uint8_t b : bytes)
-        sum += b;
-    bytes.push_back(static_cast<uint8_t>(0x100 - (sum & 0xFF)));
+    bytes.push_back(static_cast<uint8_t>(0u - std::accumulate(bytes.begin(), bytes.end(), 0u)));
     return bytes;
 }
 
@@ -34,11 +32,9 @@ std::string Hex(const Bytes& bytes)
 {
     std::string s;
     char b[4];
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(b, sizeof(b), i ? " %02X" : "%02X", bytes[i]);
-        s += b;
-    }
-    return s;
+    for (uint8_t byte : bytes)
+        s.append(b, std::snprintf(b, sizeof(b), " %02X", byte));
+    return s.substr(1);
 }
 
 class Motr2Csv : public ::testing::Test
@@ -65,8 +61,7 @@ protected:
     {
         const toolstest::RunResult run = toolstest::Shell(std::string("('") + MOTR2CSV_BIN + "' " + args + " 2>'" +
                                                           (dir / "stderr").string() + "')");
-        out = run.output;
-        err = toolstest::ReadText(dir / "stderr");
+        std::tie(out, err) = std::pair(run.output, toolstest::ReadText(dir / "stderr"));
         return run.code;
     }
 

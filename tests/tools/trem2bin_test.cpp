@@ -31,12 +31,10 @@ std::string Memory(uint32_t logAddress, uint32_t blocks)
 std::string DataLines(uint32_t logAddress, uint32_t count)
 {
     std::string text;
-    char hex[3];
+    char hex[8];
     const std::string memory = Memory(logAddress, count);
-    for (size_t i = 0; i < memory.size(); ++i) {
-        std::snprintf(hex, sizeof(hex), "%02x", static_cast<uint8_t>(memory[i]));
-        text += hex + std::string(i % 32 == 31 ? "\r\n" : "");
-    }
+    for (size_t i = 0; i < memory.size(); ++i)
+        text.append(hex, std::snprintf(hex, sizeof(hex), i % 32 == 31 ? "%02x\r\n" : "%02x", uint8_t(memory[i])));
     return text;
 }
 
