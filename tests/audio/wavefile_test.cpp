@@ -89,12 +89,8 @@ TEST_F(WaveFileTest, AFormatWithExtraBytesIsWrittenWholeAndAWriterNeverClosedKee
         CWaveFile file;
         ASSERT_TRUE(file.Create(kFile, format));
     }
-    const std::string bytes = ReadFileBytes(DiskPath(kFile));
-    ASSERT_EQ(bytes.size(), 12u + 8 + 22 + 8);
-    EXPECT_EQ(bytes.substr(4, 4), U32(0));
-    EXPECT_EQ(bytes.substr(16, 4), U32(22));
-    EXPECT_EQ(bytes.substr(20, 22), std::string(reinterpret_cast<char*>(raw), 22));
-    EXPECT_EQ(bytes.substr(42, 8), "data" + U32(0));
+    EXPECT_EQ(ReadFileBytes(DiskPath(kFile)),
+              "RIFF" + U32(0) + "WAVEfmt " + U32(22) + std::string(reinterpret_cast<char*>(raw), 22) + "data" + U32(0));
 }
 
 TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRest)

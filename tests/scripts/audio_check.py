@@ -40,16 +40,12 @@ def load(path):
     return samples
 
 
-def first_nonzero(samples):
-    return next((i for i, v in enumerate(samples) if v), None)
-
-
 def played_with_gaps(speaker, played):
     """(offset, gaps) where every sample of played arrives unchanged and in
     order, with runs of silence inserted between them where the sound server
     ran dry (gaps: (position in played, samples of silence)); (None, None)
     when a sample is lost or changed. Nothing is allowed but inserted zeros."""
-    start = first_nonzero(played)
+    start = next((i for i, v in enumerate(played) if v), None)
     if start is None:
         return None, None
     probe = played[start:start + 32]
@@ -62,8 +58,7 @@ def played_with_gaps(speaker, played):
         i, k, gaps = 0, at, []
         while i < len(played) and k < len(speaker):
             if speaker[k] == played[i]:
-                i += 1
-                k += 1
+                i, k = i + 1, k + 1
                 continue
             if speaker[k] != 0:
                 break
