@@ -35,6 +35,7 @@ TEST_F(RecordTest, ARecordingThatNeverTriggersEndsAfterTheStartTimeout)
     // Four silent half seconds, then the end: the trigger never came.
     const AudioEvent quiet{kAudioRecordProgress, {0, 0}};
     EXPECT_EQ(Events(), (std::vector<AudioEvent>{quiet, quiet, quiet, quiet, {kAudioRecordEnded, {103}}}));
+    EXPECT_EQ(ReadFileBytes(DiskPath((L"\\Device Temp\\" + Recordings().at(0)).c_str())).size(), 46u) << "nothing stored";
     KeepRecording(L"untriggered");
 }
 

@@ -11,7 +11,6 @@
   audio_check.py stored REC.wav CAPTURE.wav RATE BUFFERS
       a recording without volume flags: BUFFERS half seconds of CAPTURE.
   audio_check.py header FILE.wav      the sizes agree with the length
-  audio_check.py frames FILE.wav N    the file holds N sample frames
 
 Samples are 16-bit signed mono; the microphone is silent outside the
 capture file, so samples before 0 or past its end count as zero.
@@ -200,9 +199,6 @@ def main(argv):
         failures = check_stored(args[0], args[1], int(args[2]), int(args[3]))
     elif command == "header" and len(args) == 1:
         failures = [p for p in [wave_header_ok(args[0])] if p]
-    elif command == "frames" and len(args) == 2:
-        frames = wave.open(args[0]).getnframes()
-        failures = [] if frames == int(args[1]) else ["%d frames, not %s" % (frames, args[1])]
     if failures is None:
         sys.stderr.write(__doc__)
         return 2

@@ -28,6 +28,15 @@ Bytes Packet(Bytes bytes)
 // A reset note at tick 0: rev 3, build 7, source 2, 1000 Hz, self-test 5.
 const Bytes kReset = Packet({0x11, 0x0D, 0, 0, 0, 0x00, 3, 7, 2, 0x00, 0x00, 0x03, 0xE8, 5});
 
+// The header, the reset note, then tail.
+Bytes Recording(const Bytes& tail = {})
+{
+    Bytes file = kHeader;
+    file.insert(file.end(), kReset.begin(), kReset.end());
+    file.insert(file.end(), tail.begin(), tail.end());
+    return file;
+}
+
 std::string Hex(const Bytes& bytes)
 {
     std::string s;
@@ -142,12 +151,6 @@ TEST_F(Motr2Csv, FlagsDamagedPacketsAndKeepsTheirGoOutOfTheCount)
 TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
 {
     const Bytes go = Packet({0x10, 0x05, 0, 0, 0, 0x20});
-    auto recording = [&](Bytes tail) {
-        Bytes file = kHeader;
-        file.insert(file.end(), kReset.begin(), kReset.end());
-        file.insert(file.end(), tail.begin(), tail.end());
-        return file;
-    };
     const std::tuple<const char*, Bytes, std::string> cases[] = {
         {"empty", {}, "byte 0: header cut short (0 of 6 bytes)"},
         {"header cut short", {'M', 'O', 'T', 'R', 0x00}, "byte 5: header cut short (5 of 6 bytes)"},
@@ -156,15 +159,15 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
         {"short and wrong", {'M', 'O', 'X'}, "byte 0: not a .motr recording (starts 4D 4F 58, not \"MOTR\")"},
         {"version read big-endian", {'M', 'O', 'T', 'R', 0x01, 0x00},
          "byte 4: unsupported .motr version 1 (expected 256)"},
-        {"packet cut short", recording(Bytes(go.begin(), go.end() - 1)),
+        {"packet cut short", Recording(Bytes(go.begin(), go.end() - 1)),
          "packet 1 at byte 21: cut short (a 7-byte packet, 6 bytes left)"},
-        {"no length byte", recording({0x10}), "packet 1 at byte 21: cut short (1 byte left, no length byte)"},
-        {"length too small", recording(Packet({0x10, 0x03, 0, 0, 0})),
+        {"no length byte", Recording({0x10}), "packet 1 at byte 21: cut short (1 byte left, no length byte)"},
+        {"length too small", Recording(Packet({0x10, 0x03, 0, 0, 0})),
          "packet 1 at byte 21: bad length byte 0x03 (a 5-byte packet; 6 to 16 allowed)"},
-        {"length too large", recording(Bytes(17, 0x0F)),
+        {"length too large", Recording(Bytes(17, 0x0F)),
          "packet 1 at byte 21: bad length byte 0x0F (a 17-byte packet; 6 to 16 allowed)"},
-        {"unknown class", recording(Packet({0x13, 0x05, 0, 0, 0, 0x20})), "packet 1 at byte 21: unknown class 0x13"},
-        {"host command class", recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
+        {"unknown class", Recording(Packet({0x13, 0x05, 0, 0, 0, 0x20})), "packet 1 at byte 21: unknown class 0x13"},
+        {"host command class", Recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
          "packet 1 at byte 21: unknown class 0x5A"},
     };
     for (const auto& [what, file, error] : cases) {
@@ -179,9 +182,7 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
 
 TEST_F(Motr2Csv, WritesTheFileGivenAndTheHeaderOnRequest)
 {
-    Bytes file = kHeader;
-    file.insert(file.end(), kReset.begin(), kReset.end());
-    toolstest::WriteBytes(motr, file);
+    toolstest::WriteBytes(motr, Recording());
     ASSERT_EQ(Run("'" + motr.string() + "' -o '" + (dir / "out.csv").string() + "'"), 0) << err;
     EXPECT_EQ(out, "");
     EXPECT_EQ(toolstest::ReadText(dir / "out.csv"),
