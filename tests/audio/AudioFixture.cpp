@@ -48,26 +48,17 @@ void AudioFixture::OpenInActivity()
     ASSERT_EQ(Script().Put(L"RecFormat", ScriptObject::Str(L"Rec22k.wav")), S_OK);
 }
 
-std::vector<AudioEvent> AudioFixture::Events() const
+std::vector<AudioEvent> AudioFixture::Events(DISPID only) const
 {
     std::vector<AudioEvent> out;
     for (const ReceivedEvent& e : sink.events) {
-        if (e.id != kAudioPlayEnded && e.id != kAudioRecordEnded && e.id != kAudioRecordProgress)
+        if (only ? e.id != only : e.id != kAudioPlayEnded && e.id != kAudioRecordEnded && e.id != kAudioRecordProgress)
             continue;
-        AudioEvent a{e.id, {}};
+        // The sink holds the arguments last first.
+        AudioEvent& a = out.emplace_back(AudioEvent{e.id, {}});
         for (auto it = e.args.rbegin(); it != e.args.rend(); ++it)
             a.args.push_back(it->vt == VT_I2 ? it->iVal : -99999);
-        out.push_back(a);
     }
-    return out;
-}
-
-std::vector<AudioEvent> AudioFixture::Events(DISPID id) const
-{
-    std::vector<AudioEvent> out;
-    for (const AudioEvent& e : Events())
-        if (e.id == id)
-            out.push_back(e);
     return out;
 }
 
@@ -85,20 +76,18 @@ std::vector<std::wstring> AudioFixture::Recordings() const
     return out;
 }
 
-void AudioFixture::Keep(const std::wstring& diskPath, const std::wstring& name) const
+// The recording, and its events one a line: a name and the arguments.
+void AudioFixture::KeepRecording(const std::wstring& name) const
 {
+    const std::vector<std::wstring> files = Recordings();
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_NE(files[0].find(L"Voice.wav"), std::wstring::npos) << "named for the test";
     const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
     if (out.empty())
         return;
     CreateDirectoryW(out.c_str(), nullptr);
-    CopyFileW(diskPath.c_str(), (out + L"\\" + name).c_str(), FALSE);
-}
-
-// One line an event: its name and arguments.
-void AudioFixture::KeepEvents(const std::wstring& name) const
-{
-    const std::wstring out = WindowsPathFromEnv(L"BRENNOCK_AUDIO_OUT");
-    FILE* f = out.empty() ? nullptr : _wfopen((out + L"\\" + name).c_str(), L"wb");
+    CopyFileW((L"\\Device Temp\\" + files[0]).c_str(), (out + L"\\" + name + L".wav").c_str(), FALSE);
+    FILE* f = _wfopen((out + L"\\" + name + L".events").c_str(), L"wb");
     if (f == nullptr)
         return;
     for (const AudioEvent& e : Events()) {

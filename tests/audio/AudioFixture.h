@@ -31,6 +31,7 @@ struct AudioEvent
 {
     DISPID id;
     std::vector<int> args;
+    bool operator==(const AudioEvent&) const = default;
 };
 
 // A 46-byte wave file of a PCM format with an empty data chunk.
@@ -46,9 +47,8 @@ protected:
     void OpenInActivity();
     ScriptObject Script() { return ScriptObject(control.Get()); }
 
-    // The audio events so far, and those of one kind.
-    std::vector<AudioEvent> Events() const;
-    std::vector<AudioEvent> Events(DISPID id) const;
+    // The audio events so far, or those of one kind.
+    std::vector<AudioEvent> Events(DISPID only = 0) const;
     // Runs the message loop until so many events of that kind have come (or 30 s).
     bool WaitFor(DISPID id, size_t count = 1);
     // Runs the message loop for ms, so that an event that should not come
@@ -57,9 +57,10 @@ protected:
 
     // The ".wav" files in "\Device Temp".
     std::vector<std::wstring> Recordings() const;
-    // Copies a disk file, and writes the events, into the checks folder.
-    void Keep(const std::wstring& diskPath, const std::wstring& name) const;
-    void KeepEvents(const std::wstring& name) const;
+    // Copies the one recording in "\Device Temp" into the checks folder as
+    // NAME.wav, and writes the events beside it as NAME.events.
+    void KeepRecording(const std::wstring& name) const;
+    void Feed(const char* file) { ASSERT_TRUE(sound.Send(std::string("mic ") + file)); }
 
     ComApartment com;
     RecordingSink sink;

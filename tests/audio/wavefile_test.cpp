@@ -41,18 +41,18 @@ std::string Samples(std::initializer_list<short> values)
     return s;
 }
 
-// Every sample byte a reader gets, read in calls of step bytes until 0 come.
+// Every sample byte a reader gets, read in calls of step bytes until 0 come
+// or a call fails.
 std::string ReadAllSamples(CWaveFile& file, DWORD step)
 {
     std::string all;
     std::vector<BYTE> buffer(step);
     for (;;) {
         DWORD got = 0;
-        if (!file.Read(buffer.data(), step, &got))
-            return all + "<read failed>";
-        if (got == 0)
-            return all;
+        const BOOL ok = file.Read(buffer.data(), step, &got);
         all.append(reinterpret_cast<const char*>(buffer.data()), got);
+        if (!ok || got == 0)
+            return ok ? all : all + "<read failed>";
     }
 }
 
@@ -89,12 +89,8 @@ TEST_F(WaveFileTest, AFormatWithExtraBytesIsWrittenWholeAndAWriterNeverClosedKee
         CWaveFile file;
         ASSERT_TRUE(file.Create(kFile, format));
     }
-    const std::string bytes = ReadFileBytes(DiskPath(kFile));
-    ASSERT_EQ(bytes.size(), 12u + 8 + 22 + 8);
-    EXPECT_EQ(bytes.substr(4, 4), U32(0));
-    EXPECT_EQ(bytes.substr(16, 4), U32(22));
-    EXPECT_EQ(bytes.substr(20, 22), std::string(reinterpret_cast<char*>(raw), 22));
-    EXPECT_EQ(bytes.substr(42, 8), "data" + U32(0));
+    EXPECT_EQ(ReadFileBytes(DiskPath(kFile)),
+              "RIFF" + U32(0) + "WAVEfmt " + U32(22) + std::string(reinterpret_cast<char*>(raw), 22) + "data" + U32(0));
 }
 
 TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRest)
@@ -116,6 +112,9 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
         {"an odd-sized chunk before the data, no pad byte", Riff(fmt16 + Chunk("LIST", "abc") + Chunk("data", a)),
          true, a},
         {"an empty data chunk", Riff(fmt16 + Chunk("data", "")), true, ""},
+        // The read that runs into the end fails, with what there was.
+        {"a data chunk cut short", Riff(fmt16 + Chunk("data", a + b)).substr(0, 51), true,
+         (a + b).substr(0, 7) + "<read failed>"},
         {"a chunk before the format", Riff(Chunk("LIST", "abcd") + fmt16 + Chunk("data", a)), false, ""},
         {"a 12-byte format", Riff(Chunk("fmt ", Fmt(22050, 16, 1, 14).substr(0, 12)) + Chunk("data", a)), false, ""},
         {"no data chunk", Riff(fmt16), false, ""},
@@ -148,20 +147,6 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
     }
 }
 
-TEST_F(WaveFileTest, ATruncatedDataChunkFailsTheReadThatRunsIntoItsEnd)
-{
-    const std::string full = Riff(Chunk("fmt ", Fmt(22050, 16, 1)) + Chunk("data", Samples({1, 2, 3, 4})));
-    ASSERT_TRUE(WriteDiskFile(kFile, full.substr(0, full.size() - 3)));
-    CWaveFile file;
-    WAVEFORMATEX* format = nullptr;
-    ASSERT_TRUE(file.Open(kFile, &format));
-    BYTE buffer[8];
-    DWORD got = 99;
-    EXPECT_FALSE(file.Read(buffer, sizeof(buffer), &got));
-    EXPECT_EQ(got, 5u);
-    CWaveFile::FreeFormat(format);
-}
-
 TEST_F(WaveFileTest, OpenFailuresNameTheFileAndLeaveTheObjectClosed)
 {
     CWaveFile file;
@@ -173,10 +158,6 @@ TEST_F(WaveFileTest, OpenFailuresNameTheFileAndLeaveTheObjectClosed)
     EXPECT_TRUE(debug.Contains(L"File open failed: <filename too long>\r\n"));
     EXPECT_FALSE(file.IsOpen());
     EXPECT_TRUE(file.Close());  // never opened
-    const size_t asserts = AssertLines();
-    EXPECT_FALSE(file.Open(nullptr, &format));
-    EXPECT_EQ(AssertLines(), asserts + 1);
-
     const WAVEFORMATEX pcm = Pcm(8000);
     EXPECT_FALSE(file.Create(L"\\no-such-folder\\x.wav", &pcm));
     EXPECT_TRUE(debug.Contains(L"File create failed: \\no-such-folder\\x.wav\r\n"));
@@ -201,13 +182,6 @@ TEST_F(WaveFileTest, DecimationKeepsEveryNthSampleAndOnlyForAWholeFactor)
     EXPECT_EQ(AssertLines(), asserts + 3);
     ASSERT_TRUE(file.Close());
     EXPECT_EQ(ReadFileBytes(DiskPath(kFile)).substr(46), Samples({0, 2, 4, 0}));
-
-    // 8-bit sound is written by no one: refused without an assertion.
-    CWaveFile eight;
-    const WAVEFORMATEX eightFile = Pcm(11025, 8), eightCapture = Pcm(22050, 8);
-    ASSERT_TRUE(eight.Create(kFile, &eightFile));
-    EXPECT_FALSE(eight.WriteDecimated(&eightCapture, reinterpret_cast<const BYTE*>(in.data()), 14));
-    EXPECT_EQ(AssertLines(), asserts + 3);
 }
 
 }  // namespace

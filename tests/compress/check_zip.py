@@ -67,10 +67,9 @@ def problems(archive, folder, glob, method):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--glob", default="*")
-    parser.add_argument("--method", type=int, choices=(0, 8), default=8)
-    parser.add_argument("archive")
-    parser.add_argument("folder")
+    for name, kw in (("--glob", dict(default="*")), ("--method", dict(type=int, choices=(0, 8), default=8)),
+                     ("archive", {}), ("folder", {})):
+        parser.add_argument(name, **kw)
     args = parser.parse_args()
     found = list(problems(args.archive, args.folder, args.glob, args.method))
     for problem in found:

@@ -34,7 +34,6 @@ check "maxSeconds: two buffers of the tone, every second sample" \
 for name in untriggered cancelled closed eightbit; do
   check "$name: the file's sizes agree with its length" check_py header "$out/$name.wav"
 done
-check "untriggered: nothing stored" check_py frames "$out/untriggered.wav" 0
 for sound in sweep blip; do
   check "$sound: played into the speaker unchanged" \
     check_py played-match "$disk/speaker.raw" "$disk/Device Software/$sound.wav" --gaps

@@ -2,9 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <string>
+#include <numeric>
 #include <tuple>
-#include <vector>
 
 #include "tests/tools/support/ToolsTestKit.h"
 
@@ -22,30 +21,29 @@ const Bytes kHeader = {'M', 'O', 'T', 'R', 0x00, 0x01};
 // The packet with its checksum appended: the two's complement of the byte sum.
 Bytes Packet(Bytes bytes)
 {
-    unsigned sum = 0;
-    for (uint8_t b : bytes)
-        sum += b;
-    bytes.push_back(static_cast<uint8_t>(0x100 - (sum & 0xFF)));
+    bytes.push_back(static_cast<uint8_t>(0u - std::accumulate(bytes.begin(), bytes.end(), 0u)));
     return bytes;
 }
 
 // A reset note at tick 0: rev 3, build 7, source 2, 1000 Hz, self-test 5.
 const Bytes kReset = Packet({0x11, 0x0D, 0, 0, 0, 0x00, 3, 7, 2, 0x00, 0x00, 0x03, 0xE8, 5});
 
+// The header, the reset note, then tail.
+Bytes Recording(const Bytes& tail = {})
+{
+    Bytes file = kHeader;
+    file.insert(file.end(), kReset.begin(), kReset.end());
+    file.insert(file.end(), tail.begin(), tail.end());
+    return file;
+}
+
 std::string Hex(const Bytes& bytes)
 {
     std::string s;
     char b[4];
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        std::snprintf(b, sizeof(b), i ? " %02X" : "%02X", bytes[i]);
-        s += b;
-    }
-    return s;
-}
-
-std::string Text(const Bytes& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
+    for (uint8_t byte : bytes)
+        s.append(b, std::snprintf(b, sizeof(b), " %02X", byte));
+    return s.substr(1);
 }
 
 class Motr2Csv : public ::testing::Test
@@ -67,13 +65,12 @@ protected:
         EXPECT_EQ(out, expected);
     }
 
-    // The exit status; what the tool wrote goes to out and err.
+    // The exit status, with what the tool wrote in out and err.
     int Run(const std::string& args)
     {
         const toolstest::RunResult run = toolstest::Shell(std::string("('") + MOTR2CSV_BIN + "' " + args + " 2>'" +
                                                           (dir / "stderr").string() + "')");
-        out = run.output;
-        err = Text(toolstest::ReadBytes(dir / "stderr"));
+        std::tie(out, err) = std::pair(run.output, toolstest::ReadText(dir / "stderr"));
         return run.code;
     }
 
@@ -154,12 +151,6 @@ TEST_F(Motr2Csv, FlagsDamagedPacketsAndKeepsTheirGoOutOfTheCount)
 TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
 {
     const Bytes go = Packet({0x10, 0x05, 0, 0, 0, 0x20});
-    auto recording = [&](Bytes tail) {
-        Bytes file = kHeader;
-        file.insert(file.end(), kReset.begin(), kReset.end());
-        file.insert(file.end(), tail.begin(), tail.end());
-        return file;
-    };
     const std::tuple<const char*, Bytes, std::string> cases[] = {
         {"empty", {}, "byte 0: header cut short (0 of 6 bytes)"},
         {"header cut short", {'M', 'O', 'T', 'R', 0x00}, "byte 5: header cut short (5 of 6 bytes)"},
@@ -168,15 +159,15 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
         {"short and wrong", {'M', 'O', 'X'}, "byte 0: not a .motr recording (starts 4D 4F 58, not \"MOTR\")"},
         {"version read big-endian", {'M', 'O', 'T', 'R', 0x01, 0x00},
          "byte 4: unsupported .motr version 1 (expected 256)"},
-        {"packet cut short", recording(Bytes(go.begin(), go.end() - 1)),
+        {"packet cut short", Recording(Bytes(go.begin(), go.end() - 1)),
          "packet 1 at byte 21: cut short (a 7-byte packet, 6 bytes left)"},
-        {"no length byte", recording({0x10}), "packet 1 at byte 21: cut short (1 byte left, no length byte)"},
-        {"length too small", recording(Packet({0x10, 0x03, 0, 0, 0})),
+        {"no length byte", Recording({0x10}), "packet 1 at byte 21: cut short (1 byte left, no length byte)"},
+        {"length too small", Recording(Packet({0x10, 0x03, 0, 0, 0})),
          "packet 1 at byte 21: bad length byte 0x03 (a 5-byte packet; 6 to 16 allowed)"},
-        {"length too large", recording(Bytes(17, 0x0F)),
+        {"length too large", Recording(Bytes(17, 0x0F)),
          "packet 1 at byte 21: bad length byte 0x0F (a 17-byte packet; 6 to 16 allowed)"},
-        {"unknown class", recording(Packet({0x13, 0x05, 0, 0, 0, 0x20})), "packet 1 at byte 21: unknown class 0x13"},
-        {"host command class", recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
+        {"unknown class", Recording(Packet({0x13, 0x05, 0, 0, 0, 0x20})), "packet 1 at byte 21: unknown class 0x13"},
+        {"host command class", Recording(Packet({0x5A, 0x05, 0, 0, 0, 0xFF})),
          "packet 1 at byte 21: unknown class 0x5A"},
     };
     for (const auto& [what, file, error] : cases) {
@@ -191,12 +182,10 @@ TEST_F(Motr2Csv, RefusesWhatTheRecorderNeverWritesNamingWhere)
 
 TEST_F(Motr2Csv, WritesTheFileGivenAndTheHeaderOnRequest)
 {
-    Bytes file = kHeader;
-    file.insert(file.end(), kReset.begin(), kReset.end());
-    toolstest::WriteBytes(motr, file);
+    toolstest::WriteBytes(motr, Recording());
     ASSERT_EQ(Run("'" + motr.string() + "' -o '" + (dir / "out.csv").string() + "'"), 0) << err;
     EXPECT_EQ(out, "");
-    EXPECT_EQ(Text(toolstest::ReadBytes(dir / "out.csv")),
+    EXPECT_EQ(toolstest::ReadText(dir / "out.csv"),
               std::string(kColumns) + "\n0,6,0,,,HC08Reset,,,,3,7,2,1000,5,,," + Hex(kReset) + "\n");
 
     ASSERT_EQ(Run("--header '" + motr.string() + "'"), 0) << err;

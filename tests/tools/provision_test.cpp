@@ -11,15 +11,7 @@ namespace {
 
 using namespace toolstest;
 
-size_t Count(const std::string& text, const std::string& what)
-{
-    size_t n = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
-        ++n;
-    return n;
-}
-
-TEST(Provision, StudyKeepsItsPrivateKeysPrivateAndIsMadeOnce)
+TEST(Provision, StudyKeepsItsPrivateKeysPrivate)
 {
     const fs::path dir = TheStudy().dir;
     for (const auto& [name, mode] : {std::pair{"server.key.pem", 0600}, {"authority.key.pem", 0600},
@@ -28,11 +20,6 @@ TEST(Provision, StudyKeepsItsPrivateKeysPrivateAndIsMadeOnce)
         ASSERT_EQ(stat((dir / name).c_str(), &st), 0) << name;
         EXPECT_EQ(st.st_mode & 0777, static_cast<unsigned>(mode)) << name;
     }
-    const Bytes before = ReadBytes(dir / "server.key.pem");
-    const RunResult again = Shell(Provision() + " study " + dir.string());
-    EXPECT_EQ(again.code, 1);
-    EXPECT_NE(again.output.find("already exists"), std::string::npos) << again.output;
-    EXPECT_EQ(ReadBytes(dir / "server.key.pem"), before);
 }
 
 // Into an existing block only the key region changes; a missing block is
@@ -107,6 +94,7 @@ TEST(Provision, RefusesBadInputWithOneLineAndChangesNothing)
         int code;
         std::string says;
     } cases[] = {
+        {"study " + study, 1, "already exists"},
         {"device " + (temp / "nostudy").string() + " --id 5 --block " + fresh, 1, "is not a study folder"},
         {"device " + study + " --id 12a --block " + fresh, 1, "bad device id"},
         {"device " + study + " --id 12345678901 --block " + fresh, 1, "bad device id"},
@@ -120,17 +108,17 @@ TEST(Provision, RefusesBadInputWithOneLineAndChangesNothing)
         {"show " + (temp / "erased.bin").string(), 1, "no \"ZOLW\" tag"},
         {"device " + study + " --block " + fresh, 2, "usage:"},
     };
-    const Bytes block = ReadBytes(TheStudy().block);
+    const Bytes block = ReadBytes(TheStudy().block), key = ReadBytes(TheStudy().dir / "server.key.pem");
     for (const auto& c : cases) {
         const RunResult run = Shell(Provision() + " " + c.args);
         EXPECT_EQ(run.code, c.code) << c.args << "\n" << run.output;
         EXPECT_NE(run.output.find(c.says), std::string::npos) << c.args << "\n" << run.output;
-        if (c.code == 1 && c.args.rfind("show", 0) != 0) {
-            EXPECT_EQ(Count(run.output, "\n"), 1u) << run.output;
-        }
+        if (c.code == 1 && c.args.rfind("show", 0) != 0)
+            EXPECT_EQ(LineCount(run.output), 1u) << run.output;
     }
     EXPECT_FALSE(fs::exists(fresh));
     EXPECT_EQ(ReadBytes(TheStudy().block), block);
+    EXPECT_EQ(ReadBytes(TheStudy().dir / "server.key.pem"), key);
     for (const char* id : {"0000003001", "0000003002", "0000003003"})
         EXPECT_FALSE(fs::exists(TheStudy().dir / "devices" / (std::string(id) + ".pub.pem"))) << id;
 }
@@ -141,7 +129,7 @@ TEST(Provision, ShowNamesTheStudysKeysAndDevice)
     const RunResult own = Shell(show + TheStudy().dir.string());
     EXPECT_EQ(own.code, 0) << own.output;
     EXPECT_NE(own.output.find("device " + TheStudy().deviceId), std::string::npos) << own.output;
-    EXPECT_EQ(Count(own.output, "\n"), 5u) << own.output;
+    EXPECT_EQ(LineCount(own.output), 5u) << own.output;
 
     // A study whose keys are swapped and that knows no device.
     TempDir other;
@@ -150,7 +138,10 @@ TEST(Provision, ShowNamesTheStudysKeysAndDevice)
     fs::copy_file(TheStudy().dir / "authority.pub.pem", other / "server.pub.pem");
     const RunResult foreign = Shell(show + other.path().string());
     EXPECT_EQ(foreign.code, 1) << foreign.output;
-    EXPECT_EQ(Count(foreign.output, "NOT"), 3u) << foreign.output;
+    size_t nots = 0;
+    for (size_t at = 0; (at = foreign.output.find("NOT", at)) != std::string::npos; ++at)
+        ++nots;
+    EXPECT_EQ(nots, 3u) << foreign.output;
 }
 
 }  // namespace

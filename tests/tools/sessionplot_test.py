@@ -93,9 +93,7 @@ def package(files, block, server_pub, tmp):
     with zipfile.ZipFile(archive, "w", zipfile.ZIP_DEFLATED) as z:
         for name, data in files.items():
             z.writestr(name, data)
-    plain = archive.getvalue()
-    with open(block, "rb") as fh:
-        flash = fh.read()
+    plain, flash = archive.getvalue(), open(block, "rb").read()
     private_blob = flash[3136:3136 + struct.unpack_from("<I", flash, 3132)[0]]
     device_pem = os.path.join(tmp, "device.pem")
     openssl("rsa", "-inform", "MSBLOB", "-out", device_pem, data=private_blob)
@@ -114,14 +112,12 @@ def package(files, block, server_pub, tmp):
 
 
 def png_size(path):
-    with open(path, "rb") as fh:
-        head = fh.read(24)
+    head = open(path, "rb").read(24) if os.path.exists(path) else b""
     return struct.unpack(">II", head[16:24]) if head[:16] == b"\x89PNG\r\n\x1a\n\0\0\0\rIHDR" else None
 
 
 def lines(path):
-    with open(path) as fh:
-        return fh.read().splitlines()
+    return open(path).read().splitlines()
 
 
 def main():
@@ -135,8 +131,7 @@ def main():
             subprocess.run([os.path.join(host, "provision"), *args], check=True, capture_output=True)
         files, rows, watch_bytes = session_files()
         ezip, key = os.path.join(tmp, PREFIX[:-1] + ".ezip"), os.path.join(study, "server.key.pem")
-        with open(ezip, "wb") as fh:
-            fh.write(package(files, block, os.path.join(study, "server.pub.pem"), tmp))
+        open(ezip, "wb").write(package(files, block, os.path.join(study, "server.pub.pem"), tmp))
 
         out = os.path.join(tmp, "received")
         r = run(study_side, ezip, "--key", key, "--out", out, env=env)
@@ -159,8 +154,7 @@ def main():
         other = os.path.join(tmp, "other.key.pem")
         openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:3072", "-out", other)
         cut = os.path.join(tmp, "cut.ezip")
-        shutil.copyfile(ezip, cut)
-        os.truncate(cut, 300)
+        open(cut, "wb").write(open(ezip, "rb").read(300))
         for what, args, code, says in [
             ("another study's key", [ezip, "--key", other, "--out", os.path.join(tmp, "o1")], 1, "study-side: ezip: "),
             ("a truncated package", [cut, "--key", key, "--out", os.path.join(tmp, "o2")], 1, "truncated"),
@@ -177,8 +171,7 @@ def main():
         for name, content in folders.items():
             os.makedirs(os.path.join(tmp, name))
             for file, data in content.items():
-                with open(os.path.join(tmp, name, file), "wb") as fh:
-                    fh.write(data)
+                open(os.path.join(tmp, name, file), "wb").write(data)
         for what, folder, code, says in [
             ("draws a session with one kind", "voice", 0, ""),
             ("draws the rest and names a damaged recording", "damaged", 1,

@@ -2,11 +2,8 @@
 // memory of the bench watch's generator (sim/WatchMemory.h).
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "sim/WatchMemory.h"
 #include "tests/tools/support/ToolsTestKit.h"
@@ -34,12 +31,10 @@ std::string Memory(uint32_t logAddress, uint32_t blocks)
 std::string DataLines(uint32_t logAddress, uint32_t count)
 {
     std::string text;
-    char hex[3];
+    char hex[8];
     const std::string memory = Memory(logAddress, count);
-    for (size_t i = 0; i < memory.size(); ++i) {
-        std::snprintf(hex, sizeof(hex), "%02x", static_cast<uint8_t>(memory[i]));
-        text += hex + std::string(i % 32 == 31 ? "\r\n" : "");
-    }
+    for (size_t i = 0; i < memory.size(); ++i)
+        text.append(hex, std::snprintf(hex, sizeof(hex), i % 32 == 31 ? "%02x\r\n" : "%02x", uint8_t(memory[i])));
     return text;
 }
 
@@ -48,21 +43,12 @@ std::string Trem(const std::string& params, const std::string& data)
     return "TREM Version 1\r\n" + params + "\r\nData\r\n" + data;
 }
 
-std::string Text(const toolstest::Bytes& bytes)
-{
-    return std::string(bytes.begin(), bytes.end());
-}
-
 class Trem2Bin : public ::testing::Test
 {
 protected:
     toolstest::RunResult Run(const std::string& args) { return toolstest::Shell(std::string("'") + TREM2BIN_BIN + "' " + args); }
-
-    void Put(const path& file, const std::string& text)
-    {
-        toolstest::WriteBytes(file, toolstest::Bytes(text.begin(), text.end()));
-    }
-
+    void Put(const path& file, const std::string& text) { toolstest::WriteText(file, text); }
+    size_t Files() const { return std::distance(toolstest::fs::directory_iterator(dir.path()), {}); }
     toolstest::TempDir dir;
 };
 
@@ -83,8 +69,8 @@ TEST_F(Trem2Bin, WritesTheMemoryAndTheParameterFieldsForEachBlockCountTheControl
         const toolstest::RunResult r = Run("'" + (dir / "w.trem").string() + "'");
         ASSERT_EQ(r.code, 0) << r.output;
         EXPECT_EQ(r.output, "");
-        EXPECT_TRUE(Text(toolstest::ReadBytes(dir / "w.bin")) == Memory(address, blocks));
-        EXPECT_EQ(Text(toolstest::ReadBytes(dir / "w.csv")),
+        EXPECT_TRUE(toolstest::ReadText(dir / "w.bin") == Memory(address, blocks));
+        EXPECT_EQ(toolstest::ReadText(dir / "w.csv"),
                   std::string("field,text\n1,SIMWATCH 01\n2,FW 2.10\n3,") + text + "\n4,ID -\n5,START ------ ----\n");
     }
 
@@ -93,7 +79,7 @@ TEST_F(Trem2Bin, WritesTheMemoryAndTheParameterFieldsForEachBlockCountTheControl
     const toolstest::RunResult r = Run("'" + (dir / "x.trem").string() + "' -o '" + (dir / "m.bin").string() +
                                        "' --csv '" + (dir / "p.csv").string() + "'");
     ASSERT_EQ(r.code, 0) << r.output;
-    EXPECT_EQ(Text(toolstest::ReadBytes(dir / "p.csv")), "field,text\n1,\"A,B\"\n2,\"\"\"q\"\"\"\n3,0FF0\n4,\n");
+    EXPECT_EQ(toolstest::ReadText(dir / "p.csv"), "field,text\n1,\"A,B\"\n2,\"\"\"q\"\"\"\n3,0FF0\n4,\n");
     EXPECT_EQ(toolstest::ReadBytes(dir / "m.bin").size(), 4096u);
 }
 
@@ -131,8 +117,8 @@ TEST_F(Trem2Bin, RefusesMalformedFilesNamingTheLineAndWritesNothing)
         EXPECT_EQ(r.code, 1);
         EXPECT_EQ(r.output.rfind("trem2bin: " + file + ": ", 0), 0u) << r.output;
         EXPECT_NE(r.output.find(error), std::string::npos) << r.output;
-        EXPECT_EQ(std::count(r.output.begin(), r.output.end(), '\n'), 1) << r.output;
-        EXPECT_EQ(std::distance(toolstest::fs::directory_iterator(dir.path()), {}), 1) << "only the input";
+        EXPECT_EQ(toolstest::LineCount(r.output), 1u) << r.output;
+        EXPECT_EQ(Files(), 1u) << "only the input";
     }
 }
 
@@ -143,7 +129,7 @@ TEST_F(Trem2Bin, AnOutputThatCannotBeWrittenLeavesNoOtherAndUsageErrorsExit2)
         Run("'" + (dir / "w.trem").string() + "' --csv '" + (dir / "missing" / "p.csv").string() + "'");
     EXPECT_EQ(r.code, 1);
     EXPECT_NE(r.output.find("cannot write"), std::string::npos) << r.output;
-    EXPECT_EQ(std::distance(toolstest::fs::directory_iterator(dir.path()), {}), 1) << "only the input is left";
+    EXPECT_EQ(Files(), 1u) << "only the input is left";
     EXPECT_EQ(Run("").code, 2);
     EXPECT_EQ(Run("a.trem b.trem").code, 2);
     EXPECT_EQ(Run("'" + (dir / "nothing.trem").string() + "'").code, 1);

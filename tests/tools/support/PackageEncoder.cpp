@@ -19,23 +19,18 @@ using study::ByteView;
 
 namespace {
 
-void PutLe(Bytes& b, uint32_t v)
+void PutLe(Bytes& b, std::initializer_list<uint32_t> values)
 {
-    for (int i = 0; i < 4; ++i)
-        b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    for (uint32_t v : values)
+        for (int i = 0; i < 4; ++i)
+            b.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
 // A field after its length.
 void PutField(Bytes& b, const Bytes& field)
 {
-    PutLe(b, static_cast<uint32_t>(field.size()));
+    PutLe(b, {static_cast<uint32_t>(field.size())});
     b.insert(b.end(), field.begin(), field.end());
-}
-
-Bytes Reversed(Bytes bytes)
-{
-    std::reverse(bytes.begin(), bytes.end());
-    return bytes;
 }
 
 }  // namespace
@@ -66,10 +61,8 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
     Bignum e = study::KeyNumber(device, OSSL_PKEY_PARAM_RSA_E);
     const size_t modulusBytes = static_cast<size_t>(BN_num_bytes(n.get()));
     Bytes publicBlob = {0x06, 0x02, 0x00, 0x00};
-    PutLe(publicBlob, 0x2400);
-    PutLe(publicBlob, 0x31415352);
-    PutLe(publicBlob, static_cast<uint32_t>(modulusBytes * 8));
-    PutLe(publicBlob, static_cast<uint32_t>(BN_get_word(e.get())));
+    PutLe(publicBlob, {0x2400, 0x31415352, static_cast<uint32_t>(modulusBytes * 8),
+                       static_cast<uint32_t>(BN_get_word(e.get()))});
     publicBlob.resize(20 + modulusBytes);
     BN_bn2lebinpad(n.get(), publicBlob.data() + 20, static_cast<int>(modulusBytes));
 
@@ -83,10 +76,8 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
                 EVP_PKEY_CTX_set_rsa_padding(wrap.get(), RSA_PKCS1_PADDING) == 1 &&
                 EVP_PKEY_encrypt(wrap.get(), wrapped.data(), &wrappedBytes, key, sizeof(key)) == 1);
     Bytes sessionBlob = {0x01, 0x02, 0x00, 0x00};
-    PutLe(sessionBlob, 0x6602);
-    PutLe(sessionBlob, 0xA400);
-    const Bytes reversedKey = Reversed(wrapped);
-    sessionBlob.insert(sessionBlob.end(), reversedKey.begin(), reversedKey.end());
+    PutLe(sessionBlob, {0x6602, 0xA400});
+    sessionBlob.insert(sessionBlob.end(), wrapped.rbegin(), wrapped.rend());
 
     // MD5 over B, the blob and the plain text.
     Bytes hashed;
@@ -96,7 +87,9 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
     unsigned int digestBytes = 0;
     EVP_Digest(hashed.data(), hashed.size(), digest, &digestBytes, EVP_md5(), nullptr);
 
-    // The cipher text, piece by piece: the closing call only after a short piece.
+    // The cipher text. The device encrypts 32768-byte pieces and makes the
+    // closing (padding) call only after a short one: one CBC stream, padded
+    // unless its length is a whole number of pieces (none included).
     study::Cipher rc2 = study::FetchRc2Cbc();
     study::CipherCtx ctx(EVP_CIPHER_CTX_new());
     unsigned int keyBits = effectiveBits;
@@ -107,24 +100,11 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
                 EVP_CIPHER_CTX_set_key_length(ctx.get(), 16) == 1 && EVP_CIPHER_CTX_set_params(ctx.get(), params) == 1 &&
                 EVP_EncryptInit_ex2(ctx.get(), nullptr, key, iv, nullptr) == 1);
     Bytes cipher(plain.size() + 8);
-    size_t written = 0, at = 0;
-    for (;;) {
-        const size_t piece = std::min<size_t>(32768, plain.size() - at);
-        const bool final = piece < 32768;
-        int out = 0;
-        if (piece > 0) {
-            EVP_EncryptUpdate(ctx.get(), cipher.data() + written, &out, plain.data() + at, static_cast<int>(piece));
-            written += static_cast<size_t>(out);
-            if (final) {
-                EVP_EncryptFinal_ex(ctx.get(), cipher.data() + written, &out);
-                written += static_cast<size_t>(out);
-            }
-        }
-        at += piece;
-        if (final)
-            break;
-    }
-    cipher.resize(written);
+    int written = 0, closing = 0;
+    EVP_EncryptUpdate(ctx.get(), cipher.data(), &written, plain.data(), static_cast<int>(plain.size()));
+    if (plain.size() % 32768 != 0)
+        EVP_EncryptFinal_ex(ctx.get(), cipher.data() + written, &closing);
+    cipher.resize(static_cast<size_t>(written + closing));
 
     // The signature, stored little-endian.
     study::PkeyCtx sign(EVP_PKEY_CTX_new_from_pkey(nullptr, device, nullptr));
@@ -133,7 +113,7 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
     EXPECT_TRUE(EVP_PKEY_sign_init(sign.get()) == 1 && EVP_PKEY_CTX_set_rsa_padding(sign.get(), RSA_PKCS1_PADDING) == 1 &&
                 EVP_PKEY_CTX_set_signature_md(sign.get(), EVP_md5()) == 1 &&
                 EVP_PKEY_sign(sign.get(), signature.data(), &signatureBytes, digest, digestBytes) == 1);
-    signature = Reversed(signature);
+    std::reverse(signature.begin(), signature.end());
 
     Bytes package;
     PutField(package, publicBlob);

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <memory>
 
 namespace toolstest {
 
@@ -19,12 +18,6 @@ TempDir::TempDir()
     if (mkdtemp(pattern.data()) == nullptr)
         ADD_FAILURE() << "mkdtemp failed";
     m_path = pattern;
-}
-
-TempDir::~TempDir()
-{
-    std::error_code ec;
-    fs::remove_all(m_path, ec);
 }
 
 RunResult Shell(const std::string& commandLine)
@@ -40,16 +33,6 @@ RunResult Shell(const std::string& commandLine)
     const int status = pclose(pipe);
     result.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
-}
-
-std::string Provision()
-{
-    return BRENNOCK_PROVISION_BIN;
-}
-
-std::string Ezip()
-{
-    return BRENNOCK_EZIP_BIN;
 }
 
 Bytes ReadBytes(const fs::path& path)
@@ -107,31 +90,19 @@ Bytes StoredZip(const std::vector<std::pair<std::string, Bytes>>& entries)
     return zip;
 }
 
-namespace {
-
-struct StudyHolder
-{
-    TempDir temp;
-    SharedStudy study;
-};
-
-}  // namespace
-
 const SharedStudy& TheStudy()
 {
-    static std::unique_ptr<StudyHolder> holder = [] {
-        auto made = std::make_unique<StudyHolder>();
-        made->study.dir = made->temp / "study";
-        made->study.block = made->temp / "flashblock.bin";
-        made->study.deviceId = "0000001234";
-        const RunResult study = Shell(Provision() + " study " + made->study.dir.string());
-        EXPECT_EQ(study.code, 0) << study.output;
-        const RunResult device = Shell(Provision() + " device " + made->study.dir.string() + " --id 1234 --block " +
-                                     made->study.block.string());
+    static TempDir temp;
+    static const SharedStudy study = [] {
+        const SharedStudy made{temp / "study", temp / "flashblock.bin", "0000001234"};
+        const RunResult run = Shell(Provision() + " study " + made.dir.string());
+        EXPECT_EQ(run.code, 0) << run.output;
+        const RunResult device =
+            Shell(Provision() + " device " + made.dir.string() + " --id 1234 --block " + made.block.string());
         EXPECT_EQ(device.code, 0) << device.output;
         return made;
     }();
-    return holder->study;
+    return study;
 }
 
 }  // namespace toolstest

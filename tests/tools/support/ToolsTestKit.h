@@ -2,6 +2,7 @@
 // files, a small ZIP writer, and one study provisioned for the whole run.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -20,7 +21,7 @@ class TempDir
 {
 public:
     TempDir();
-    ~TempDir();
+    ~TempDir() { std::error_code ec; fs::remove_all(m_path, ec); }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     const fs::path& path() const { return m_path; }
@@ -39,13 +40,16 @@ struct RunResult
 // Runs a shell command line.
 RunResult Shell(const std::string& commandLine);
 
-// The tools' command lines ("provision ...", "ezip ...").
-std::string Provision();
-std::string Ezip();
+// The tools' command lines.
+inline std::string Provision() { return BRENNOCK_PROVISION_BIN; }
+inline std::string Ezip() { return BRENNOCK_EZIP_BIN; }
 
 Bytes ReadBytes(const fs::path& path);
+inline std::string ReadText(const fs::path& path) { const Bytes b = ReadBytes(path); return {b.begin(), b.end()}; }
+inline size_t LineCount(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 uint32_t Le32(const uint8_t* p);
 void WriteBytes(const fs::path& path, ByteView bytes);
+inline void WriteText(const fs::path& path, const std::string& text) { WriteBytes(path, Bytes(text.begin(), text.end())); }
 Bytes RandomBytes(size_t count);
 
 // A ZIP archive of stored entries, as a minimal writer makes one.
