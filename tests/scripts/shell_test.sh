@@ -56,13 +56,15 @@ expect_order "TimerEnded 0 1" "slept"
 expect_order "CapsitLeftDown from the line" "TimerEnded 0 2"
 expect_err "brennock-shell: the script left the control open; closing it"
 
-# The same in VBScript, quitting with 0 from a handler.
+# The same in VBScript, with its own types and handlers, quitting with 0
+# from a handler.
 shell events.vbs --quiet-debug --timeout 30 "$dir/events.vbs" one
 expect_rc 0
-expect_out "open 1 one 1"
-expect_out "PegsMap 99 6 1"
-expect_out "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)"
-expect_out "TimerEnded 0 3"
+for line in "open 1 one 1" "PegsMap 99 6 1" "DigitoRightUpward 70000 10 Long" "HC08Reset 3 7 2 500 5 Double" \
+  "values 13 5" "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)" "put 80004005" \
+  "SessionEnded 103" "TimerEnded 0 3"; do
+  expect_out "$line"
+done
 
 # A handler that throws is reported where it threw; the script goes on and
 # its Quit code stands, but Quit(0) after a handler error gives 1.
