@@ -13,7 +13,7 @@
 namespace {
 
 // A minimal in-place container: one hidden top-level window that the control
-// becomes a child of, and a site that lets it activate.
+// becomes a child of, and a site that lets it activate and counts what it hears.
 class TestSite final : public IOleClientSite, public IOleInPlaceSite
 {
 public:
@@ -23,10 +23,7 @@ public:
         *ppv = riid == IID_IUnknown || riid == IID_IOleClientSite       ? static_cast<void*>(static_cast<IOleClientSite*>(this))
                : riid == IID_IOleWindow || riid == IID_IOleInPlaceSite ? static_cast<void*>(static_cast<IOleInPlaceSite*>(this))
                                                                         : nullptr;
-        if (*ppv == nullptr)
-            return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        return *ppv ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&refs); }
     STDMETHODIMP_(ULONG) Release() override { return InterlockedDecrement(&refs); }
@@ -63,10 +60,8 @@ private:
 
 HWND CreateContainerWindow()
 {
-    WNDCLASSW wc = {};
-    wc.lpfnWndProc = DefWindowProcW;
-    wc.hInstance = GetModuleHandleW(nullptr);
-    wc.lpszClassName = L"BrennockTestContainer";
+    WNDCLASSW wc = {0, DefWindowProcW, 0, 0, GetModuleHandleW(nullptr), nullptr, nullptr, nullptr, nullptr,
+                    L"BrennockTestContainer"};
     RegisterClassW(&wc);
     return CreateWindowExW(0, wc.lpszClassName, L"container", WS_OVERLAPPEDWINDOW, 0, 0, 400, 300, nullptr, nullptr,
                            wc.hInstance, nullptr);
