@@ -26,14 +26,12 @@ struct Arg
 // The parameters in declaration order; a sink receives them last first.
 void ExpectEvent(const ReceivedEvent& e, DISPID id, const std::vector<Arg>& declared)
 {
-    SCOPED_TRACE(testing::Message() << "dispid " << id);
-    ASSERT_EQ(e.id, id);
-    ASSERT_EQ(e.args.size(), declared.size());
+    ASSERT_EQ(std::make_pair(e.id, e.args.size()), std::make_pair(id, declared.size()));
     for (size_t i = 0; i < declared.size(); ++i) {
         const VARIANT& v = e.args[declared.size() - 1 - i];
-        const Arg& a = declared[i];
-        EXPECT_EQ(v.vt, a.vt) << "parameter " << i;
-        EXPECT_EQ(v.vt == VT_I2 ? v.iVal : v.vt == VT_I4 ? v.lVal : v.dblVal, a.value) << "parameter " << i;
+        EXPECT_EQ(std::make_pair(v.vt, v.vt == VT_I2 ? v.iVal : v.vt == VT_I4 ? v.lVal : v.dblVal),
+                  std::make_pair(declared[i].vt, declared[i].value))
+            << "dispid " << id << " parameter " << i;
     }
 }
 
@@ -97,13 +95,11 @@ TEST_F(EventsTest, ValueEventsHandBackTheLastSinksResult)
 {
     site->GetTestManagerEventSink()->SessionEnded(0);  // no sink: nothing happens
     RecordingSink first, second;
-    first.resultValue = 11;
-    second.resultValue = 22;
-    DWORD c1 = AdviseSink(control.Get(), &first);
-    DWORD c2 = AdviseSink(control.Get(), &second);
-    EXPECT_EQ(site->GetTestManagerEventSink()->SessionEnded(0), 22);
-    EXPECT_EQ(site->GetGpioEventSink()->DataStoreVisible(1), 22);
-    EXPECT_EQ(site->GetWatchEventSink()->WatchParametersRead(0), 22);
+    first.resultValue = 11, second.resultValue = 22;
+    DWORD c1 = AdviseSink(control.Get(), &first), c2 = AdviseSink(control.Get(), &second);
+    EXPECT_EQ((std::vector<long>{site->GetTestManagerEventSink()->SessionEnded(0), site->GetGpioEventSink()->DataStoreVisible(1),
+                                 site->GetWatchEventSink()->WatchParametersRead(0)}),
+              (std::vector<long>{22, 22, 22}));
     UnadviseSink(control.Get(), c2);
     EXPECT_EQ(site->GetTestManagerEventSink()->SessionEnded(0), 11);
     UnadviseSink(control.Get(), c1);

@@ -121,14 +121,9 @@ std::wstring TypeName(const TYPEDESC& t)
 // after IDispatch's seven, each documented as "method X" or "property X".
 std::vector<std::wstring> Transcript(ITypeInfo* info)
 {
-    TYPEATTR* ta = nullptr;
-    EXPECT_HRESULT_SUCCEEDED(info->GetTypeAttr(&ta));
-    const WORD funcs = ta ? ta->cFuncs : 0;
-    info->ReleaseTypeAttr(ta);
     std::vector<std::wstring> out;
-    for (WORD i = 0; i < funcs; ++i) {
-        FUNCDESC* fd = nullptr;
-        EXPECT_HRESULT_SUCCEEDED(info->GetFuncDesc(i, &fd));
+    FUNCDESC* fd = nullptr;
+    for (WORD i = 0; info && SUCCEEDED(info->GetFuncDesc(i, &fd)); ++i) {
         BSTR names[16] = {}, help = nullptr;
         UINT count = 0;
         info->GetNames(fd->memid, names, 16, &count);
