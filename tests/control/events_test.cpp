@@ -85,8 +85,7 @@ TEST_F(EventsTest, EverySinkOperationFiresItsEvent)
         // Only the events declared with a result ask for one; all are plain
         // method calls in the user default locale.
         EXPECT_EQ(sink.events[0].resultRequested, c.id >= 25 && c.id <= 27) << "dispid " << c.id;
-        EXPECT_EQ(sink.lastFlags, DISPATCH_METHOD);
-        EXPECT_EQ(sink.lastLcid, static_cast<LCID>(0x0400));
+        EXPECT_EQ(std::make_pair(sink.lastFlags, sink.lastLcid), std::make_pair(WORD(DISPATCH_METHOD), LCID(0x0400)));
     }
     UnadviseSink(control.Get(), cookie);
 }

@@ -97,10 +97,8 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         EXPECT_EQ(control->SimWatchDataDestroyEnded(0), E_FAIL);
         EXPECT_EQ(control->SimWatchSaveProgress(50), S_OK);
         EXPECT_TRUE(capture.Lines().empty());
-        if (pass == 0) {
-            ASSERT_EQ(Open(), 1);
-            capture.Clear();
-        }
+        if (pass == 0 && Open() == 1)
+            capture.Clear();  // (a failed Open leaves its lines for the next pass to show)
     }
 }
 

@@ -67,8 +67,7 @@ TEST(MessageWindowTest, WorkerPostsReachTheManagerOnTheHostThreadUntilTeardown)
     ASSERT_TRUE(PostMessageW(hwnd, WM_PROBE_BLOCK, 0, reinterpret_cast<LPARAM>(&block)));
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, 0);
     pump();
-    EXPECT_EQ(probe.received.size(), 3u);
-    EXPECT_EQ(block, 7);
+    EXPECT_EQ(std::make_pair(probe.received.size(), block), std::make_pair(size_t(3), 7));
 
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&probe));
     probe.Close();

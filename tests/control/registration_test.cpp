@@ -18,8 +18,7 @@ DWORD RunRegsvr32(const std::wstring& args)
     WaitForSingleObject(pi.hProcess, INFINITE);
     DWORD code = 1;
     GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
+    CloseHandle(pi.hThread), CloseHandle(pi.hProcess);
     return code;
 }
 

@@ -106,14 +106,12 @@ const std::vector<std::wstring> kEvents = {
 
 std::wstring TypeName(const TYPEDESC& t)
 {
-    switch (t.vt) {
-    case VT_PTR: return TypeName(*t.lptdesc) + L"*";
-    case VT_I2: return L"short";
-    case VT_I4: return L"long";
-    case VT_R8: return L"double";
-    case VT_BSTR: return L"BSTR";
-    default: return L"vt" + std::to_wstring(t.vt);
-    }
+    return t.vt == VT_PTR ? TypeName(*t.lptdesc) + L"*"
+           : t.vt == VT_I2    ? L"short"
+           : t.vt == VT_I4    ? L"long"
+           : t.vt == VT_R8    ? L"double"
+           : t.vt == VT_BSTR  ? L"BSTR"
+                              : L"vt" + std::to_wstring(t.vt);
 }
 
 // Every function of a type as its transcript line, "id [get |put ]Name(params)"

@@ -5,17 +5,12 @@
 var failures = 0;
 var events = {}, seen = {};
 function check(ok, text) { if (!ok) failures++, Shell.Echo("FAIL " + text); }
-function on(name, args) {
-    events[name] = (events[name] || 0) + 1;
-    (seen[name] = seen[name] || []).push(args.join(","));
-}
+function on(name, args) { events[name] = (events[name] || 0) + 1, (seen[name] = seen[name] || []).push(args.join(",")); }
 function count(name) { return events[name] || 0; }
 // Pumps until the event has come n times in all (or ms pass), then checks
 // the arguments it came with the n-th time.
 function expect(name, n, args, ms) {
-    var end = Shell.Time + (ms || 10000);
-    while (count(name) < n && Shell.Time < end)
-        Shell.Sleep(20);
+    for (var end = Shell.Time + (ms || 10000); count(name) < n && Shell.Time < end;) Shell.Sleep(20);
     check(count(name) >= n, name + " came " + count(name) + " times, not " + n);
     if (args != null && count(name) >= n)
         check(seen[name][n - 1] == args.join(","), name + "(" + seen[name][n - 1] + "), not (" + args.join(",") + ")");
