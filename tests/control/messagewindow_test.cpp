@@ -41,8 +41,7 @@ public:
 TEST(MessageWindowTest, WorkerPostsReachTheManagerOnTheHostThreadUntilTeardown)
 {
     CProbe probe, second;
-    ASSERT_TRUE(probe.Open());
-    ASSERT_TRUE(second.Open());  // the class is registered already
+    ASSERT_TRUE(probe.Open() && second.Open());  // the second finds the class registered already
     second.Close();
     HWND hwnd = probe.m_hwnd;
     std::thread worker([hwnd] {
@@ -53,9 +52,11 @@ TEST(MessageWindowTest, WorkerPostsReachTheManagerOnTheHostThreadUntilTeardown)
         }
     });
     worker.join();
-    MSG msg;
-    while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE))
-        DispatchMessageW(&msg);
+    auto pump = [hwnd, msg = MSG{}]() mutable {
+        while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE))
+            DispatchMessageW(&msg);
+    };
+    pump();
     EXPECT_EQ(probe.received, (std::vector<int>{0, 1, 2}));
     EXPECT_EQ(probe.threads, std::vector<DWORD>(3, GetCurrentThreadId()));
 
@@ -65,10 +66,8 @@ TEST(MessageWindowTest, WorkerPostsReachTheManagerOnTheHostThreadUntilTeardown)
     int block = 7;
     ASSERT_TRUE(PostMessageW(hwnd, WM_PROBE_BLOCK, 0, reinterpret_cast<LPARAM>(&block)));
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, 0);
-    while (PeekMessageW(&msg, hwnd, 0, 0, PM_REMOVE))
-        DispatchMessageW(&msg);
-    EXPECT_EQ(probe.received.size(), 3u);
-    EXPECT_EQ(block, 7);
+    pump();
+    EXPECT_EQ(std::make_pair(probe.received.size(), block), std::make_pair(size_t(3), 7));
 
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(&probe));
     probe.Close();

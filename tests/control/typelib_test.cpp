@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/ControlTestKit.h"
@@ -105,14 +106,12 @@ const std::vector<std::wstring> kEvents = {
 
 std::wstring TypeName(const TYPEDESC& t)
 {
-    switch (t.vt) {
-    case VT_PTR: return TypeName(*t.lptdesc) + L"*";
-    case VT_I2: return L"short";
-    case VT_I4: return L"long";
-    case VT_R8: return L"double";
-    case VT_BSTR: return L"BSTR";
-    default: return L"vt" + std::to_wstring(t.vt);
-    }
+    return t.vt == VT_PTR ? TypeName(*t.lptdesc) + L"*"
+           : t.vt == VT_I2    ? L"short"
+           : t.vt == VT_I4    ? L"long"
+           : t.vt == VT_R8    ? L"double"
+           : t.vt == VT_BSTR  ? L"BSTR"
+                              : L"vt" + std::to_wstring(t.vt);
 }
 
 // Every function of a type as its transcript line, "id [get |put ]Name(params)"
@@ -120,14 +119,9 @@ std::wstring TypeName(const TYPEDESC& t)
 // after IDispatch's seven, each documented as "method X" or "property X".
 std::vector<std::wstring> Transcript(ITypeInfo* info)
 {
-    TYPEATTR* ta = nullptr;
-    EXPECT_HRESULT_SUCCEEDED(info->GetTypeAttr(&ta));
-    const WORD funcs = ta ? ta->cFuncs : 0;
-    info->ReleaseTypeAttr(ta);
     std::vector<std::wstring> out;
-    for (WORD i = 0; i < funcs; ++i) {
-        FUNCDESC* fd = nullptr;
-        EXPECT_HRESULT_SUCCEEDED(info->GetFuncDesc(i, &fd));
+    FUNCDESC* fd = nullptr;
+    for (WORD i = 0; info && SUCCEEDED(info->GetFuncDesc(i, &fd)); ++i) {
         BSTR names[16] = {}, help = nullptr;
         UINT count = 0;
         info->GetNames(fd->memid, names, 16, &count);
@@ -165,18 +159,14 @@ std::vector<std::wstring> Transcript(ITypeInfo* info)
 
 void ExpectLines(const std::vector<std::wstring>& got, const std::vector<std::wstring>& want)
 {
-    const std::wstring none = L"<none>";
     for (size_t i = 0; i < std::max(got.size(), want.size()); ++i)
-        EXPECT_EQ(i < got.size() ? got[i] : none, i < want.size() ? want[i] : none) << "line " << i;
+        EXPECT_EQ(i < got.size() ? got[i] : L"<none>", i < want.size() ? want[i] : L"<none>") << "line " << i;
 }
 
 class TypeLibTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_HRESULT_SUCCEEDED(LoadRegTypeLib(LIBID_BRENNOCKCONTROLLib, 1, 0, kTypeLibLcid, lib.GetAddressOf()));
-    }
+    void SetUp() override { ASSERT_HRESULT_SUCCEEDED(LoadRegTypeLib(LIBID_BRENNOCKCONTROLLib, 1, 0, kTypeLibLcid, &lib)); }
     ComPtr<ITypeInfo> Info(REFGUID guid)
     {
         ComPtr<ITypeInfo> info;
@@ -209,8 +199,7 @@ TEST_F(TypeLibTest, LibraryTypesAndFlags)
     TLIBATTR* attr = nullptr;
     ASSERT_HRESULT_SUCCEEDED(lib->GetLibAttr(&attr));
     EXPECT_EQ(attr->guid, LIBID_BRENNOCKCONTROLLib);
-    EXPECT_EQ(attr->wMajorVerNum * 100 + attr->wMinorVerNum, 100);
-    EXPECT_EQ(attr->lcid, 0x0409u);
+    EXPECT_EQ(std::make_tuple(attr->wMajorVerNum, attr->wMinorVerNum, attr->lcid), std::make_tuple(1, 0, 0x0409u));
     lib->ReleaseTLibAttr(attr);
     const struct
     {
@@ -226,21 +215,18 @@ TEST_F(TypeLibTest, LibraryTypesAndFlags)
     };
     ASSERT_EQ(lib->GetTypeInfoCount(), 3u);
     for (INT i = -1; i < 3; ++i) {
-        SCOPED_TRACE(i);
+        const auto& want = types[i + 1];
         BSTR name = nullptr, help = nullptr;
         ASSERT_HRESULT_SUCCEEDED(lib->GetDocumentation(i, &name, &help, nullptr, nullptr));
-        EXPECT_STREQ(name, types[i + 1].name);
-        EXPECT_STREQ(help, types[i + 1].help);
-        SysFreeString(name);
-        SysFreeString(help);
+        EXPECT_EQ(std::wstring(name) + L": " + help, std::wstring(want.name) + L": " + want.help);
+        SysFreeString(name), SysFreeString(help);
         ComPtr<ITypeInfo> info;
         TYPEATTR* ta = nullptr;
         if (i < 0 || FAILED(lib->GetTypeInfo(i, info.GetAddressOf())) || FAILED(info->GetTypeAttr(&ta)))
             continue;
         const WORD mask = TYPEFLAG_FDISPATCHABLE | TYPEFLAG_FDUAL | TYPEFLAG_FCANCREATE | TYPEFLAG_FNONEXTENSIBLE;
-        EXPECT_EQ(ta->typekind, types[i + 1].kind);
-        EXPECT_EQ(ta->guid, types[i + 1].guid);
-        EXPECT_EQ(ta->wTypeFlags & mask, types[i + 1].flags);
+        EXPECT_EQ(std::make_pair(ta->typekind, ta->wTypeFlags & mask), std::make_pair(want.kind, int(want.flags)));
+        EXPECT_EQ(ta->guid, want.guid);
         info->ReleaseTypeAttr(ta);
     }
 
@@ -260,7 +246,7 @@ TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
 
     // The control's own IDispatch binds the same names to the same ids.
     ComPtr<IBrennock> control = CreateRegisteredControl();
-    ASSERT_TRUE(control);
+    ASSERT_NE(control.Get(), nullptr);
     for (const std::wstring& line : kMembers) {
         std::wstring name = line.substr(0, line.find('('));
         name = name.substr(name.rfind(' ') + 1);

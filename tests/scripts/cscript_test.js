@@ -2,14 +2,8 @@
 // copy of the provisioned example disk (examples/disk). Prints one line per
 // check and exits with the number of failures.
 var failures = 0, checks = 0;
-function check(ok, what) {
-    checks++;
-    if (!ok) failures++;
-    WScript.Echo((ok ? "ok   " : "FAIL ") + what);
-}
-function fails(f) {
-    try { f(); return false; } catch (e) { return (e.number >>> 0) == 0x80004005; }
-}
+function check(ok, what) { checks++, failures += ok ? 0 : 1, WScript.Echo((ok ? "ok   " : "FAIL ") + what); }
+function fails(f) { try { f(); return false; } catch (e) { return (e.number >>> 0) == 0x80004005; } }
 
 var c = new ActiveXObject("BrennockControl.Brennock");
 check(new ActiveXObject("BrennockControl.Brennock.1") != null, "created by both ProgIDs");

@@ -19,8 +19,7 @@ check() {  # check DESCRIPTION COMMAND...
   if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
 }
 
-study="$work/study"
-disk="$work/disk"
+study="$work/study" disk="$work/disk"
 "$root/scripts/bench-disk" "$disk" "$study" || exit 1
 touch "$disk/debug.log"
 

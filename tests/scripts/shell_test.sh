@@ -27,7 +27,7 @@ shell() {
   echo "ran  $case: exit $rc"
 }
 expect_rc() { [ "$rc" -eq "$1" ] || fail "exit code $rc, expected $1"; }
-expect_out() { grep -Eq -- "^$1\$" <<<"$out" || fail "no output line /$1/ in:"$'\n'"$out"; }
+expect_out() { local l; for l; do grep -Eq -- "^$l\$" <<<"$out" || fail "no output line /$l/ in:"$'\n'"$out"; done; }
 expect_err() { grep -Eq -- "^$1\$" <<<"$err" || fail "no error line /$1/ in:"$'\n'"$err"; }
 expect_no_err() { ! grep -Eq -- "$1" <<<"$err" || fail "unexpected error line /$1/"; }
 expect_order() {
@@ -43,26 +43,22 @@ at() { echo "Z:.*\\\\$1"; }   # a script as Wine names it in an error line
 # their code and text; Sleep serves events; Quit from a handler.
 shell events.js --quiet-debug --timeout 30 "$dir/events.js" alpha "two words"
 expect_rc 7
-expect_out "args 2 alpha \[two words\]"
-expect_out "open 1"
-expect_out "HC08Reset 1 0 0 1000 0 number"
-expect_out "TimerGo 1234"
-expect_out "PegsMap 10 3 5"
-expect_out "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)"
-expect_out "count 8002000e Brennock.TimerStart: Wrong number of arguments \(0x8002000E\)"
-expect_out "fail 80004005 Brennock.SessionStart: Unspecified error \(0x80004005\)"
-expect_out "shell 8002000b Shell.Arguments: no argument 5 \(there are 2\)"
+expect_out "args 2 alpha \[two words\]" "open 1" "HC08Reset 1 0 0 1000 0 number" "TimerGo 1234" "PegsMap 10 3 5" \
+  "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)" \
+  "count 8002000e Brennock.TimerStart: Wrong number of arguments \(0x8002000E\)" \
+  "fail 80004005 Brennock.SessionStart: Unspecified error \(0x80004005\)" \
+  "shell 8002000b Shell.Arguments: no argument 5 \(there are 2\)"
 expect_order "TimerEnded 0 1" "slept"
 expect_order "CapsitLeftDown from the line" "TimerEnded 0 2"
 expect_err "brennock-shell: the script left the control open; closing it"
 
-# The same in VBScript, quitting with 0 from a handler.
+# The same in VBScript, with its own types and handlers, quitting with 0
+# from a handler.
 shell events.vbs --quiet-debug --timeout 30 "$dir/events.vbs" one
 expect_rc 0
-expect_out "open 1 one 1"
-expect_out "PegsMap 99 6 1"
-expect_out "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)"
-expect_out "TimerEnded 0 3"
+expect_out "open 1 one 1" "PegsMap 99 6 1" "DigitoRightUpward 70000 10 Long" "HC08Reset 3 7 2 500 5 Double" \
+  "values 13 5" "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)" "put 80004005" \
+  "SessionEnded 103" "TimerEnded 0 3"
 
 # A handler that throws is reported where it threw; the script goes on and
 # its Quit code stands, but Quit(0) after a handler error gives 1.

@@ -4,68 +4,32 @@
 
 var failures = 0;
 var events = {}, seen = {};
-function check(ok, text) {
-    if (!ok) {
-        failures++;
-        Shell.Echo("FAIL " + text);
-    }
-}
-function on(name, args) {
-    events[name] = (events[name] || 0) + 1;
-    (seen[name] = seen[name] || []).push(args.join(","));
-}
+function check(ok, text) { if (!ok) failures++, Shell.Echo("FAIL " + text); }
+function on(name, args) { events[name] = (events[name] || 0) + 1, (seen[name] = seen[name] || []).push(args.join(",")); }
 function count(name) { return events[name] || 0; }
 // Pumps until the event has come n times in all (or ms pass), then checks
 // the arguments it came with the n-th time.
 function expect(name, n, args, ms) {
-    var end = Shell.Time + (ms || 10000);
-    while (count(name) < n && Shell.Time < end)
-        Shell.Sleep(20);
+    for (var end = Shell.Time + (ms || 10000); count(name) < n && Shell.Time < end;) Shell.Sleep(20);
     check(count(name) >= n, name + " came " + count(name) + " times, not " + n);
     if (args != null && count(name) >= n)
         check(seen[name][n - 1] == args.join(","), name + "(" + seen[name][n - 1] + "), not (" + args.join(",") + ")");
 }
-function fails(f, what) {
-    try {
-        f();
-    } catch (e) {
-        return;
-    }
-    check(false, what + " did not fail");
-}
+function fails(f, what) { try { f(); } catch (e) { return; } check(false, what + " did not fail"); }
 
-function Brennock_BlinkEnded(cause, led) { on("BlinkEnded", [cause, led]); }
-function Brennock_WatchVisible(v) { on("WatchVisible", [v]); }
-function Brennock_TimerGo(t) { on("TimerGo", [t]); }
-function Brennock_TimerRollover() { on("TimerRollover", []); }
-function Brennock_DigitoLeftDownward(t, d) { on("DigitoLeftDownward", [t, d]); }
-function Brennock_DigitoLeftUpward(t, d) { on("DigitoLeftUpward", [t, d]); }
-function Brennock_DigitoRightDownward(t, d) { on("DigitoRightDownward", [t, d]); }
-function Brennock_DigitoRightUpward(t, d) { on("DigitoRightUpward", [t, d]); }
-function Brennock_CapsitLeftDown(t) { on("CapsitLeftDown", [t]); }
-function Brennock_CapsitLeftUp(t) { on("CapsitLeftUp", [t]); }
-function Brennock_CapsitRightDown(t) { on("CapsitRightDown", [t]); }
-function Brennock_CapsitRightUp(t) { on("CapsitRightUp", [t]); }
-function Brennock_PegsMap(t, l, r) { on("PegsMap", [t, l, r]); }
-function Brennock_ActivityEnded(cause, id) { on("ActivityEnded", [cause, id]); }
-function Brennock_WatchSaveProgress(p) { on("WatchSaveProgress", [p]); }
-function Brennock_WatchSaveEnded(cause) { on("WatchSaveEnded", [cause]); }
-function Brennock_WatchDataDestroyEnded(cause) { on("WatchDataDestroyEnded", [cause]); }
-function Brennock_HC08Reset(rev, build, source, hz, post) { on("HC08Reset", [rev, build, source, hz, post]); }
-function Brennock_AudioPlayEnded(cause) { on("AudioPlayEnded", [cause]); }
-function Brennock_TimerEnded(cause, id) { on("TimerEnded", [cause, id]); }
-function Brennock_LidMoved(open) { on("LidMoved", [open]); }
-function Brennock_AudioRecordEnded(cause) { on("AudioRecordEnded", [cause]); }
-function Brennock_AudioRecordProgress(v, s) { on("AudioRecordProgress", [v, s]); }
-function Brennock_SessionEnded(cause) { on("SessionEnded", [cause]); return 1; }
-function Brennock_DataStoreVisible(v) { on("DataStoreVisible", [v]); return 0; }
-function Brennock_WatchParametersRead(cause) { on("WatchParametersRead", [cause]); }
+// A handler for every event, each recording its arguments under its name.
+var kinds = ("BlinkEnded WatchVisible TimerGo TimerRollover DigitoLeftDownward DigitoLeftUpward DigitoRightDownward " +
+    "DigitoRightUpward CapsitLeftDown CapsitLeftUp CapsitRightDown CapsitRightUp PegsMap ActivityEnded " +
+    "WatchSaveProgress WatchSaveEnded WatchDataDestroyEnded HC08Reset AudioPlayEnded TimerEnded LidMoved " +
+    "AudioRecordEnded AudioRecordProgress SessionEnded DataStoreVisible WatchParametersRead").split(" ");
+function handler(name) { return function () { on(name, Array.prototype.slice.call(arguments)); }; }
+for (var k = 0; k < kinds.length; k++)
+    this["Brennock_" + kinds[k]] = handler(kinds[k]);
 
 // Opening: the microcontroller's reset note.
 check(Brennock.Open() == 1, "Open");
 expect("HC08Reset", 1, [1, 0, 0, 1000, 0]);
-Brennock.SimHC08Reset(3, 7, 2, 500, 5);
-expect("HC08Reset", 2, [3, 7, 2, 500, 5]);
+Brennock.SimHC08Reset(3, 7, 2, 500, 5); expect("HC08Reset", 2, [3, 7, 2, 500, 5]);
 
 // Facts and settings.
 check(Brennock.HaveHardware == 1, "HaveHardware");
@@ -80,10 +44,8 @@ Brennock.NVParameterWrite("NextPictureIndex", "12");
 check(Brennock.NVParameterRead("NextPictureIndex", "") == "12", "NVParameterWrite");
 Brennock.DebugWrite("surface.js: every member");
 Brennock.AssertWrite("surface.js", 1, "every member");
-Brennock.MaskWithNoise = 1;
-check(Brennock.MaskWithNoise == 1, "MaskWithNoise");
-Brennock.CurrentFolder = "\\Device Software";
-check(Brennock.CurrentFolder == "\\Device Software", "CurrentFolder");
+Brennock.MaskWithNoise = 1; check(Brennock.MaskWithNoise == 1, "MaskWithNoise");
+Brennock.CurrentFolder = "\\Device Software"; check(Brennock.CurrentFolder == "\\Device Software", "CurrentFolder");
 fails(function () { Brennock.SimWatchDataDestroyEnded(0); }, "SimWatchDataDestroyEnded");
 fails(function () { Brennock.TimerStart(1); }, "a call with an argument missing");
 fails(function () { Brennock.SetLedState("six", 1); }, "a call with a word for a number");
@@ -91,45 +53,28 @@ fails(function () { Brennock.SetLedState("six", 1); }, "a call with a word for a
 // The panel: LEDs, backlight, user timers, lid and data store.
 Brennock.SetBacklightPower(1);
 Brennock.SetLedState(2, 1);
-Brennock.BlinkLed(3, 1, 100);
-expect("BlinkEnded", 1, [-1, 3]);
+Brennock.BlinkLed(3, 1, 100); expect("BlinkEnded", 1, [-1, 3]);
 Brennock.BlinkLed(4, 50, 100);
-Brennock.CancelBlinkLed(4);
-expect("BlinkEnded", 2, [-1, 4]);
-Brennock.TimerStart(1, 0.2);
-expect("TimerEnded", 1, [0, 1]);
+Brennock.CancelBlinkLed(4); expect("BlinkEnded", 2, [-1, 4]);
+Brennock.TimerStart(1, 0.2); expect("TimerEnded", 1, [0, 1]);
 Brennock.TimerStart(2, 60);
-Brennock.CancelTimer(2);
-expect("TimerEnded", 2, [103, 2]);
+Brennock.CancelTimer(2); expect("TimerEnded", 2, [103, 2]);
 var lidEvents = count("LidMoved");
-Brennock.SimLidMoved(1);
-expect("LidMoved", lidEvents + 1, [1]);
-Brennock.SimDataStoreVisible(1);
-expect("DataStoreVisible", 1, [1]);
+Brennock.SimLidMoved(1); expect("LidMoved", lidEvents + 1, [1]);
+Brennock.SimDataStoreVisible(1); expect("DataStoreVisible", 1, [1]);
 
 // Simulated microcontroller packets.
-Brennock.SimTimerGo(100);
-expect("TimerGo", 1, [100]);
-Brennock.SimDigitoLeftDownward(50, 7);
-expect("DigitoLeftDownward", 1, [50, 7]);
-Brennock.SimDigitoLeftUpward(51, 8);
-expect("DigitoLeftUpward", 1, [51, 8]);
-Brennock.SimDigitoRightDownward(52, 9);
-expect("DigitoRightDownward", 1, [52, 9]);
-Brennock.SimDigitoRightUpward(53, 10);
-expect("DigitoRightUpward", 1, [53, 10]);
-Brennock.SimCapsitLeftDown(54);
-expect("CapsitLeftDown", 1, [54]);
-Brennock.SimCapsitLeftUp(55);
-expect("CapsitLeftUp", 1, [55]);
-Brennock.SimCapsitRightDown(56);
-expect("CapsitRightDown", 1, [56]);
-Brennock.SimCapsitRightUp(57);
-expect("CapsitRightUp", 1, [57]);
-Brennock.SimPegsMap(58, 3, 12);
-expect("PegsMap", 1, [58, 3, 12]);
-Brennock.SimTimerRollover();
-expect("TimerRollover", 1, []);
+Brennock.SimTimerGo(100); expect("TimerGo", 1, [100]);
+Brennock.SimDigitoLeftDownward(50, 7); expect("DigitoLeftDownward", 1, [50, 7]);
+Brennock.SimDigitoLeftUpward(51, 8); expect("DigitoLeftUpward", 1, [51, 8]);
+Brennock.SimDigitoRightDownward(52, 9); expect("DigitoRightDownward", 1, [52, 9]);
+Brennock.SimDigitoRightUpward(53, 10); expect("DigitoRightUpward", 1, [53, 10]);
+Brennock.SimCapsitLeftDown(54); expect("CapsitLeftDown", 1, [54]);
+Brennock.SimCapsitLeftUp(55); expect("CapsitLeftUp", 1, [55]);
+Brennock.SimCapsitRightDown(56); expect("CapsitRightDown", 1, [56]);
+Brennock.SimCapsitRightUp(57); expect("CapsitRightUp", 1, [57]);
+Brennock.SimPegsMap(58, 3, 12); expect("PegsMap", 1, [58, 3, 12]);
+Brennock.SimTimerRollover(); expect("TimerRollover", 1, []);
 Brennock.SimWatchSaveProgress(50);
 
 // A session with activities.
@@ -138,60 +83,44 @@ Brennock.ActivityConfig(7, "Quest", 0, 0);
 Brennock.ActivityStart(0);
 Brennock.QuestionResponse("Q1", "A2");
 Brennock.ActivityBeep();
-Brennock.ActivityEndNormal();
-expect("ActivityEnded", 1, [0, 7]);
+Brennock.ActivityEndNormal(); expect("ActivityEnded", 1, [0, 7]);
 Brennock.ActivityConfig(1, "Tap", 0, 0);
 Brennock.ActivityStart(1);
-Brennock.ActivityCancel();
-expect("ActivityEnded", 2, [103, 1]);
+Brennock.ActivityCancel(); expect("ActivityEnded", 2, [103, 1]);
 
 // Sound: a voice recording of one second, a cancelled one, two plays.
 Brennock.ActivityConfig(6, "Voice", 0, 0);
 Brennock.ActivityStart(0);
-Brennock.RecFormat = "Rec22k.wav";
-check(Brennock.RecFormat == "\\Device Software\\Rec22k.wav", "RecFormat");
-Brennock.RecStartTimeoutS = 5;
-check(Brennock.RecStartTimeoutS == 5, "RecStartTimeoutS");
-Brennock.RecAvgVolumeStart = 250;
-check(Brennock.RecAvgVolumeStart == 250, "RecAvgVolumeStart");
-Brennock.RecAvgVolumeStop = 100;
-check(Brennock.RecAvgVolumeStop == 100, "RecAvgVolumeStop");
+Brennock.RecFormat = "Rec22k.wav"; check(Brennock.RecFormat == "\\Device Software\\Rec22k.wav", "RecFormat");
+Brennock.RecStartTimeoutS = 5; check(Brennock.RecStartTimeoutS == 5, "RecStartTimeoutS");
+Brennock.RecAvgVolumeStart = 250; check(Brennock.RecAvgVolumeStart == 250, "RecAvgVolumeStart");
+Brennock.RecAvgVolumeStop = 100; check(Brennock.RecAvgVolumeStop == 100, "RecAvgVolumeStop");
 Shell.Bench("sound", "mic speech.wav");
-Brennock.AudioRecord(0, 1);
-expect("AudioRecordEnded", 1, [0]);
+Brennock.AudioRecord(0, 1); expect("AudioRecordEnded", 1, [0]);
 check(count("AudioRecordProgress") == 2 && /,1$/.test(seen["AudioRecordProgress"][1]),
       "two progress events, the second at 1 s: " + seen["AudioRecordProgress"]);
 Brennock.AudioRecord(0, 10);
-Brennock.CancelAudioRecord();
-expect("AudioRecordEnded", 2, [103]);
-Brennock.ActivityEndNormal();
-expect("ActivityEnded", 3, [0, 6]);
+Brennock.CancelAudioRecord(); expect("AudioRecordEnded", 2, [103]);
+Brennock.ActivityEndNormal(); expect("ActivityEnded", 3, [0, 6]);
+Brennock.AudioPlay("blip.wav"); expect("AudioPlayEnded", 1, [0]);
 Brennock.AudioPlay("blip.wav");
-expect("AudioPlayEnded", 1, [0]);
-Brennock.AudioPlay("blip.wav");
-Brennock.CancelAudioPlay();
-expect("AudioPlayEnded", 2, [103]);
+Brennock.CancelAudioPlay(); expect("AudioPlayEnded", 2, [103]);
 
 // The watch, seated in the cradle: found, read, downloaded twice (the second
 // cancelled), wiped.
 expect("WatchVisible", 1, [1], 20000);
 expect("WatchParametersRead", 1, [0], 20000);
-Brennock.WatchSaveStart("Watch");
-expect("WatchSaveEnded", 1, [0], 60000);
+Brennock.WatchSaveStart("Watch"); expect("WatchSaveEnded", 1, [0], 60000);
 check(count("WatchSaveProgress") >= 1 && seen["WatchSaveProgress"][count("WatchSaveProgress") - 1] == "100",
       "save progress to 100: " + seen["WatchSaveProgress"]);
 Brennock.WatchSaveStart("Again");
-Brennock.WatchSaveCancel();
-expect("WatchSaveEnded", 2, [103], 60000);
-Brennock.WatchDataDestroyStart();
-expect("WatchDataDestroyEnded", 1, [0], 60000);
+Brennock.WatchSaveCancel(); expect("WatchSaveEnded", 2, [103], 60000);
+Brennock.WatchDataDestroyStart(); expect("WatchDataDestroyEnded", 1, [0], 60000);
 
 // The normal end packs the session; a cancelled one raises 103.
-Brennock.SessionEndNormal();
-expect("SessionEnded", 1, [0], 60000);
+Brennock.SessionEndNormal(); expect("SessionEnded", 1, [0], 60000);
 Brennock.SessionStart();
-Brennock.SessionCancel();
-expect("SessionEnded", 2, [103]);
+Brennock.SessionCancel(); expect("SessionEnded", 2, [103]);
 
 // Last, the ones that take things away.
 Brennock.SimWatchVisible(0);
@@ -202,8 +131,7 @@ fails(function () { Brennock.DebugWrite("after Close"); }, "a member after Close
 
 // All 26 kinds of event came.
 var got = [];
-for (var name in events)
-    got.push(name);
+for (var name in events) got.push(name);
 check(got.length == 26, got.length + " kinds of event received: " + got.sort().join(", "));
 Shell.Echo(got.length + " kinds of event received; " + failures + " checks failed");
 Shell.Quit(failures == 0 ? 0 : 1);

@@ -9,22 +9,21 @@
 #include <windows.h>
 #include <wrl/client.h>
 
+#include <tuple>
+
 using Microsoft::WRL::ComPtr;
 
 namespace {
 
 constexpr DISPID kSessionEnded = 25;
 
-struct ResultCase
+const struct
 {
     const char* what;
-    const wchar_t* engine;
-    const wchar_t* script;
+    const wchar_t *engine, *script;
     LONG expected;
     int handlerErrors;
-};
-
-const ResultCase kCases[] = {
+} kCases[] = {
     {"JScript value", L"JScript", L"function Brennock_SessionEnded(c) { return c + 40; }", 143, 0},
     {"VBScript function", L"VBScript",
      L"Function Brennock_SessionEnded(c)\nBrennock_SessionEnded = c + 40\nEnd Function\n", 143, 0},
@@ -42,7 +41,7 @@ TEST(EventRouter, HandlersValueReachesTheControlAsALong)
     CLSID clsid;
     ASSERT_HRESULT_SUCCEEDED(CLSIDFromProgID(L"BrennockControl.Brennock", &clsid));
     ASSERT_HRESULT_SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(control.GetAddressOf())));
-    for (const ResultCase& c : kCases) {
+    for (const auto& c : kCases) {
         SCOPED_TRACE(c.what);
         ShellRun run;
         ScriptHost script(run, L"handler");
@@ -53,17 +52,13 @@ TEST(EventRouter, HandlersValueReachesTheControlAsALong)
         ASSERT_HRESULT_SUCCEEDED(router->ReadEvents(control.Get()));
         ASSERT_EQ(router->EventName(kSessionEnded), L"SessionEnded");
 
-        VARIANT cause, result;
-        VariantInit(&cause);
-        VariantInit(&result);
-        cause.vt = VT_I2;
-        cause.iVal = 103;
+        VARIANT cause = {}, result = {};
+        V_VT(&cause) = VT_I2, V_I2(&cause) = 103;
         DISPPARAMS params{&cause, nullptr, 1, 0};
         EXPECT_HRESULT_SUCCEEDED(
             router->Invoke(kSessionEnded, IID_NULL, 0x0400, DISPATCH_METHOD, &params, &result, nullptr, nullptr));
-        EXPECT_EQ(result.vt, VT_I4);
-        EXPECT_EQ(result.lVal, c.expected);
-        EXPECT_EQ(run.HandlerErrors(), c.handlerErrors);
+        EXPECT_EQ(std::make_tuple(result.vt, result.lVal, run.HandlerErrors()),
+                  std::make_tuple(VARTYPE(VT_I4), c.expected, c.handlerErrors));
         VariantClear(&result);
         script.Close();
     }

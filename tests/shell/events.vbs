@@ -1,18 +1,42 @@
-' Events through the shell in VBScript: subs with arguments, a handler
-' that quits, a control error caught with On Error.
-Sub Brennock_TimerEnded(cause, id)
-    Shell.Echo "TimerEnded", cause, id
-    Shell.Quit 0
+' Events through the shell in VBScript, with what the language adds to the
+' JScript of events.js and surface.js: its own argument types (Integer, Long,
+' Double, a variable passed by reference), Sub and Function handlers,
+' property syntax, the control's errors through Err, a handler that quits.
+Sub Brennock_HC08Reset(rev, build, source, hz, post)
+    Shell.Echo "HC08Reset", rev, build, source, hz, post, TypeName(hz)
 End Sub
 Sub Brennock_PegsMap(ticks, left, right)
     Shell.Echo "PegsMap", ticks, left, right
 End Sub
+Sub Brennock_DigitoRightUpward(ticks, delta)
+    Shell.Echo "DigitoRightUpward", ticks, delta, TypeName(ticks)
+End Sub
+Function Brennock_SessionEnded(cause)
+    Shell.Echo "SessionEnded", cause
+    Brennock.TimerStart 3, 0.1
+    Brennock_SessionEnded = 1
+End Function
+Sub Brennock_TimerEnded(cause, id)
+    Shell.Echo "TimerEnded", cause, id
+    Shell.Quit 0
+End Sub
 
+Dim ticks, index
 Shell.Echo "open", Brennock.Open(), Shell.Arguments(0), Shell.ArgumentCount
-Brennock.SimPegsMap 99, 6, 1
+ticks = 99
+index = "13"
+Brennock.SimPegsMap ticks, 6, 1
+Brennock.SimDigitoRightUpward 70000, 10
+Brennock.SimHC08Reset 3, 7, 2, 500, 5
+Brennock.NVParameterWrite "NextPictureIndex", index
+Brennock.RecStartTimeoutS = ticks - 94
+Shell.Echo "values", Brennock.NVParameterRead("NextPictureIndex", ""), Brennock.RecStartTimeoutS
 On Error Resume Next
 Brennock.TimerStart 1, "later"
 Shell.Echo "type", Hex(Err.Number), Err.Description
 Err.Clear
+Brennock.PracticeMode = 1
+Shell.Echo "put", Hex(Err.Number)
 On Error GoTo 0
-Brennock.TimerStart 3, 0.1
+Brennock.SessionStart
+Brennock.SessionCancel
