@@ -231,6 +231,25 @@ BOOL FlushFileBuffers(HANDLE file)
     return AsHandle(file) != nullptr;
 }
 
+BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags)
+{
+    auto& files = Files();
+    auto it = files.find(Folded(from));
+    if (it == files.end() || (!(flags & MOVEFILE_REPLACE_EXISTING) && files.count(Folded(to)))) {
+        g_lastError = ERROR_FILE_NOT_FOUND;
+        return FALSE;
+    }
+    std::vector<BYTE> bytes = std::move(it->second);
+    files.erase(it);
+    files[Folded(to)] = std::move(bytes);
+    return TRUE;
+}
+
+BOOL DeleteFileW(const wchar_t* name)
+{
+    return Files().erase(Folded(name)) > 0;
+}
+
 BOOL CloseHandle(HANDLE handle)
 {
     Handle* h = AsHandle(handle);

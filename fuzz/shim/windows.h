@@ -151,6 +151,10 @@ DWORD SetFilePointer(HANDLE file, LONG distance, LONG* pHigh, DWORD method);
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* pNew, DWORD method);
 BOOL SetEndOfFile(HANDLE file);
 BOOL FlushFileBuffers(HANDLE file);
+#define MOVEFILE_REPLACE_EXISTING 0x1u
+#define MOVEFILE_WRITE_THROUGH 0x8u
+BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags);
+BOOL DeleteFileW(const wchar_t* name);
 BOOL CloseHandle(HANDLE handle);
 DWORD GetLastError();
 
