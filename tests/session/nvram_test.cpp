@@ -1,7 +1,3 @@
-// The NVRAM object over the desktop's flash block file (loading with its
-// fallbacks, the script's keys, committing), and the rewriting of the block
-// in flash, against a model of the two side-by-side chips that checks every
-// command and can fail any step.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,7 +1,3 @@
-// Sessions and their activities as the script runs them on a provisioned
-// disk: the login file, file names, the temp folder, the endings and their
-// events, the ".motr" recording and the questionnaire file, the tapping gate
-// and time-outs. Then the session schedule at fixed clock values.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -67,11 +63,6 @@ void RemoveTempFolder()
     RemoveDirectoryW(kTemp);
     DeleteFileW(kTemp);
 }
-void TempFolderTakenByAFile()
-{
-    RemoveTempFolder();
-    WriteDiskFile(kTemp, "a file where the folder should be");
-}
 
 class ActivityTest : public ::testing::Test
 {
@@ -79,7 +70,7 @@ protected:
     void SetUp() override { RemoveTempFolder(); Open(kBenchParams, L"Tue 03 Feb 2004 09:05:00"); }
     void TearDown() override { Close(); }
     // A control opened (again) on a disk with these params at this moment.
-    void Open(const std::string& params, const wchar_t* at)
+    void Open(const std::string& params, const wchar_t* at = L"Sun 01 Feb 2004 08:00:00")
     {
         Close();
         ProvisionDisk(params);
@@ -208,7 +199,8 @@ TEST_F(SessionTest, SessionsClearTheTempFolderAndEndWithTheirCause)
               NVRAMImage(65535, TimeCount(L"Tue 03 Feb 2004 09:30:00"), 0, "Brennock default"));
 
     // No temp folder can be made: the start fails. A commit that fails does not stop the end.
-    TempFolderTakenByAFile();
+    RemoveTempFolder();
+    WriteDiskFile(kTemp, "a file where the folder should be");
     capture.Clear();
     EXPECT_EQ(control->SessionStart(), E_FAIL);
     DeleteFileW(kTemp);
@@ -348,8 +340,7 @@ TEST_F(ActivityTest, ALongRecordingIsWrittenByteForByte)
     // Cancelled or not, what was recorded is kept.
     ASSERT_EQ(control->ActivityCancel(), S_OK);
     const std::string file = ReadFileBytes(kTapMotr);
-    EXPECT_EQ(file.size(), expected.size());
-    EXPECT_TRUE(file == expected);
+    EXPECT_TRUE(file == expected) << file.size() << " bytes, not " << expected.size();
     EXPECT_EQ(Events(kActivityEnded), (Fired{{103, 4}}));
     // Packets after the end are not recorded anywhere.
     Record(Packet([](int* n) { return CHC08Pack::BuildTimerGo(n, 5); }));
@@ -402,7 +393,8 @@ TEST_F(ActivityTest, AFailedSaveStillEndsTheActivity)
     EXPECT_EQ(capture.Lines(), Lines{L"ERROR: SaveHC08...: could not open file for writing.\r\n"});
     RemoveDirectoryW(kTapMotr);
     // No folder for the files at all.
-    TempFolderTakenByAFile();
+    RemoveTempFolder();
+    WriteDiskFile(kTemp, "a file where the folder should be");
     StartRecordedActivity(5);
     EXPECT_EQ(control->ActivityEndNormal(), S_OK);
     DeleteFileW(kTemp);
@@ -471,10 +463,6 @@ class ScheduleTest : public ActivityTest
 {
 protected:
     void SetUp() override {}
-    void Open(const std::string& params, const wchar_t* at = L"Sun 01 Feb 2004 08:00:00")
-    {
-        ActivityTest::Open(params, at);
-    }
     void SessionDoneAt(const wchar_t* when)
     {
         const SYSTEMTIME st = ParseTime(when);
