@@ -12,17 +12,11 @@ function fail(text) {
     Shell.Echo("soak: session " + (sessions + 1) + ": " + text);
     Shell.Quit(1);
 }
-function check(cause, what) {
-    if (cause != 0)
-        fail(what + " (cause " + cause + ")");
-}
+function check(cause, what) { if (cause != 0) fail(what + " (cause " + cause + ")"); }
 // The next step runs from the shell's own wait, not inside the event that
 // ended the last one.
 function later(f) { pending.push(f); }
-function next() {
-    if (steps.length > 0)
-        steps.shift()();
-}
+function next() { if (steps.length > 0) steps.shift()(); }
 function activity(id, name, maxSecs, flags) {
     current = name;
     Brennock.ActivityConfig(id, name, maxSecs, 0);
@@ -48,10 +42,7 @@ function watch() {
     if (watchRead)
         Brennock.WatchSaveStart("Watch");
 }
-function end() {
-    current = "";
-    Brennock.SessionEndNormal();
-}
+function end() { current = ""; Brennock.SessionEndNormal(); }
 function startSession() {
     if (Brennock.Open() != 1)
         fail("Open failed");

@@ -186,13 +186,11 @@ std::string ProvisionedBlock()
 }
 
 // Block images compared by their first difference.
-testing::AssertionResult SameBlock(const std::string& actual, const std::string& expected)
+testing::AssertionResult SameBlock(const std::string& a, const std::string& b)
 {
-    const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    if (actual == expected)
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "sizes " << actual.size() << "/" << expected.size() << ", differ at "
-                                       << (at.first - actual.begin());
+    return (a == b ? testing::AssertionSuccess() : testing::AssertionFailure())
+           << "sizes " << a.size() << "/" << b.size() << ", differ at "
+           << (std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin());
 }
 
 class FlashTest : public NVRAMTest

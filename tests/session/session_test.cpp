@@ -145,7 +145,7 @@ protected:
 };
 using SessionTest = ActivityTest;
 
-TEST_F(SessionTest, OpenWritesTheLoginFileAndNamesFilesByDeviceMinuteAndSequence)
+TEST_F(SessionTest, OpenWritesTheLoginFileNamesFilesAndKeepsTheCurrentFolder)
 {
     // The device ID little-endian, then the key blob's first four bytes.
     EXPECT_EQ(ReadFileBytes(L"\\HARD DISK\\SrvrInfo.bin"), std::string("\xFF\xFF\0\0Bren", 8));
@@ -158,7 +158,19 @@ TEST_F(SessionTest, OpenWritesTheLoginFileAndNamesFilesByDeviceMinuteAndSequence
     clock.SetLocal(L"Tue 03 Feb 2004 10:12:00");
     EXPECT_EQ(Take(manager->MakeTempFilename(L"Quest", L".txt")),
               L"\\Device Temp\\0000065535_200402031012_000Quest.txt");
-    EXPECT_TRUE(capture.Lines().empty());
+    EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software");
+    EXPECT_TRUE(manager->SetCurrentFolder(L"Tests") && manager->SetCurrentFolder(L"Tests"));
+    EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software\\Tests\\Tests");
+    EXPECT_TRUE(manager->SetCurrentFolder(L"\\Hard Disk\\UI"));
+    EXPECT_STREQ(manager->CurrentFolder(), L"\\Hard Disk\\UI");
+    EXPECT_EQ(control->put_CurrentFolder(nullptr), E_FAIL);
+    EXPECT_EQ(Debug(), Lines{L"put_CurrentFolder - null folder name.\r\n"});
+    short mb = 0;
+    EXPECT_EQ(control->get_FreeStoreMB(&mb), S_OK);
+    EXPECT_GT(mb, 0);
+    for (ULONGLONG bytes : {40ULL << 30, 32768ULL << 20, (32767ULL << 20) + 1})
+        EXPECT_EQ(CTestManager::MegabytesCapped(bytes), 32767);
+    EXPECT_EQ(CTestManager::MegabytesCapped((3ULL << 20) - 1), 2);
     // The manager's window lives as long as the control is open.
     const HWND window = FindThreadWindow(kWindowClass);
     ASSERT_NE(window, nullptr);
@@ -214,24 +226,7 @@ TEST_F(SessionTest, SessionsClearTheTempFolderAndEndWithTheirCause)
     EXPECT_EQ(Events(kSessionEnded), (Fired{{103}, {0}, {0}}));
 }
 
-TEST_F(SessionTest, CurrentFolderAndFreeStore)
-{
-    EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software");
-    EXPECT_TRUE(manager->SetCurrentFolder(L"Tests") && manager->SetCurrentFolder(L"Tests"));
-    EXPECT_STREQ(manager->CurrentFolder(), L"\\Device Software\\Tests\\Tests");
-    EXPECT_TRUE(manager->SetCurrentFolder(L"\\Hard Disk\\UI"));
-    EXPECT_STREQ(manager->CurrentFolder(), L"\\Hard Disk\\UI");
-    EXPECT_EQ(control->put_CurrentFolder(nullptr), E_FAIL);
-    EXPECT_EQ(Debug(), Lines{L"put_CurrentFolder - null folder name.\r\n"});
-    short mb = 0;
-    EXPECT_EQ(control->get_FreeStoreMB(&mb), S_OK);
-    EXPECT_GT(mb, 0);
-    for (ULONGLONG bytes : {40ULL << 30, 32768ULL << 20, (32767ULL << 20) + 1})
-        EXPECT_EQ(CTestManager::MegabytesCapped(bytes), 32767);
-    EXPECT_EQ(CTestManager::MegabytesCapped((3ULL << 20) - 1), 2);
-}
-
-TEST_F(ActivityTest, ConfigurationIsCheckedInOrderAndRefusedWhileRunning)
+TEST_F(ActivityTest, ConfigurationIsCheckedInOrderAndEndingsRaiseTheirCauseAndTest)
 {
     const std::wstring failed = L"ActivityConfig - SetTestConfig failed.\r\n";
     const std::wstring unknown = L"setTestConfig: unknown testID.\r\n";
@@ -261,18 +256,14 @@ TEST_F(ActivityTest, ConfigurationIsCheckedInOrderAndRefusedWhileRunning)
     EXPECT_EQ(manager->CurrentTestID(), 7);
     EXPECT_STREQ(manager->TestName(), L"Quest");
     EXPECT_EQ(Call(L"ActivityBeep"), S_OK);
-}
 
-TEST_F(ActivityTest, EndingsRaiseTheirCauseAndTestInOrder)
-{
     EXPECT_FALSE(Gate());
-    ASSERT_EQ(Config(7, L"Quest", 0), S_OK);
     ASSERT_EQ(Call(L"ActivityStart", {S::I2(1)}), S_OK);
     EXPECT_TRUE(Gate());  // open exactly while an activity runs, of any kind
     // A handler may start the next activity from inside the event.
     HRESULT restarted = E_UNEXPECTED;
     sink.onEvent = [&](DISPID id) {
-        if (id == kActivityEnded && Events(id).size() == 1)
+        if (id == kActivityEnded && Events(id).size() == 2)
             restarted = Config(6, L"Again", 0) == S_OK ? control->ActivityStart(0) : E_FAIL;
     };
     EXPECT_EQ(Call(L"ActivityEndNormal"), S_OK);
@@ -283,7 +274,7 @@ TEST_F(ActivityTest, EndingsRaiseTheirCauseAndTestInOrder)
     // With nothing running an end does nothing and raises nothing.
     EXPECT_EQ(Call(L"ActivityEndNormal"), S_OK);
     EXPECT_EQ(Call(L"ActivityCancel"), S_OK);
-    EXPECT_EQ(Events(kActivityEnded), (Fired{{0, 7}, {103, 6}}));
+    EXPECT_EQ(Events(kActivityEnded), (Fired{{103, 7}, {0, 7}, {103, 6}}));
 }
 
 TEST_F(ActivityTest, QuestionnaireKeepsAHundredAnswersAndWritesThem)
