@@ -237,7 +237,7 @@ TEST_F(EncryptionTest, PackageFieldsAndCipherLengths)
     EXPECT_NE(ReadFileBytes(kPackage).substr(kHeader), last.substr(kHeader));
 }
 
-TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
+TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExistsAMissingInputAfterTheHeader)
 {
     std::string untagged = block, garbledServer = block;
     untagged.replace(kKeyTagOffset, 4, "XXXX");
@@ -266,12 +266,9 @@ TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
             return line == c.line || (line.rfind(L"Error ", 0) == 0 && line.find(L" " + c.line + L" \n") != line.npos);
         })) << testing::PrintToString(lines);
     }
-}
-
-TEST_F(EncryptionTest, AMissingInputIsFoundAtTheFirstRead)
-{
     // The input is first read after the header and the session key are
-    // written: the package stops there, unsigned.
+    // written: a missing one stops the package there, unsigned.
+    ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, block));
     DeleteFileW(kPlain);
     DebugCapture debug;
     EXPECT_EQ(EncryptFile(kPlain, kPackage), 0);
