@@ -478,8 +478,7 @@ protected:
     {
         clock.SetLocal(now);
         short v = -1;
-        EXPECT_EQ(control->get_PracticeMode(&v), S_OK);
-        return v;
+        return control->get_PracticeMode(&v) == S_OK ? v : -2;
     }
 };
 
