@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -53,14 +54,23 @@ protected:
     DebugCapture capture;
 };
 
-TEST_F(AssertFileTest, FirstCallCreatesTheFileAndLaterCallsAppend)
+TEST_F(AssertFileTest, FirstCallCreatesTheFileLaterCallsAppendTheMacroOnlyWhenFalse)
 {
+    int evaluations = 0;
+    ASSERT(++evaluations == 1);
+    EXPECT_EQ(GetFileAttributesW(kAssertFile), INVALID_FILE_ATTRIBUTES);
+    const int line = __LINE__; ASSERT(++evaluations == 1);
+    EXPECT_EQ(evaluations, 2);
     AssertWrite(L"C:\\src\\mcu\\HC08.cpp", 164, L"assert");
     AssertWrite(L"a.cpp", static_cast<short>(40000), L"assert");  // signed 16 bits
     AssertWrite(L"", -32768, L"");  // the widest number with nothing around it
-    EXPECT_EQ(LinesAfterDate(),
-              (Strings{"C:\\src\\mcu\\HC08.cpp line 164 assert\r\n", "a.cpp line -25536 assert\r\n", " line -32768 \r\n"}));
-    EXPECT_EQ(ReadFileBytes(kAssertFile).size(), 25u + 37u + 25u + 26u + 25u + 15u);
+    ASSERT_AT_LINE(164);
+    const Strings expected{std::string(__FILE__) + " line " + std::to_string(line) + " assert\r\n",
+                           "C:\\src\\mcu\\HC08.cpp line 164 assert\r\n", "a.cpp line -25536 assert\r\n", " line -32768 \r\n",
+                           std::string(__FILE__) + " line 164 assert\r\n"};
+    EXPECT_EQ(LinesAfterDate(), expected);
+    EXPECT_EQ(ReadFileBytes(kAssertFile).size(), std::accumulate(expected.begin(), expected.end(), size_t{0},
+                                                                 [](size_t n, const std::string& l) { return n + 25 + l.size(); }));
     EXPECT_TRUE(capture.Lines().empty());
 }
 
@@ -89,18 +99,6 @@ TEST_F(AssertFileTest, FailuresAreReportedOnlyOnTheDebugOutput)
 
     AssertWrite(L"a.cpp", 3, L"again");
     EXPECT_EQ(LinesAfterDate(), (Strings{"a.cpp line 1 first\r\n", "a.cpp line 3 again\r\n"}));
-}
-
-TEST_F(AssertFileTest, MacroRecordsSourcePathAndLineOnlyWhenFalse)
-{
-    int evaluations = 0;
-    ASSERT(++evaluations == 1);
-    EXPECT_EQ(GetFileAttributesW(kAssertFile), INVALID_FILE_ATTRIBUTES);
-    const int line = __LINE__; ASSERT(++evaluations == 1);
-    ASSERT_AT_LINE(164);
-    EXPECT_EQ(evaluations, 2);
-    EXPECT_EQ(LinesAfterDate(), (Strings{std::string(__FILE__) + " line " + std::to_string(line) + " assert\r\n",
-                                         std::string(__FILE__) + " line 164 assert\r\n"}));
 }
 
 }  // namespace

@@ -1,9 +1,5 @@
-// A session's normal end through the registered control (the package in
-// "Device Data", the copy without a compression library, the ends that fail),
-// and the encryption and signing of one file with the device's provisioned
-// keys: the package's fields and lengths, and the failures that must stop
-// before an output file exists. What is packed is opened after the run by the
-// study's tools and OpenSSL (tests/scripts/package_test.sh).
+// What is packed here is opened after the run by the study's tools and
+// OpenSSL (tests/scripts/package_test.sh).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -72,10 +68,9 @@ protected:
         const size_t before = Count(kSessionEnded);
         EXPECT_EQ(script().Call(L"SessionEndNormal"), expected);
         EXPECT_TRUE(PumpUntil([&] { return Count(kSessionEnded) > before; }, 120000));
-        for (auto e = sink.events.rbegin(); e != sink.events.rend(); ++e)
-            if (e->id == kSessionEnded)
-                return e->args.size() == 1 && e->args[0].vt == VT_I2 ? e->args[0].iVal : -1;
-        return -1;
+        const auto e = std::find_if(sink.events.rbegin(), sink.events.rend(),
+                                    [](const ReceivedEvent& e) { return e.id == kSessionEnded; });
+        return e->args.size() == 1 && e->args[0].vt == VT_I2 ? e->args[0].iVal : -1;
     }
     ScriptObject script() { return ScriptObject(control.Get()); }
     size_t Count(DISPID id) const
@@ -145,7 +140,7 @@ TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
               std::string::npos);
 }
 
-TEST_F(SessionEndTest, AFailingLibraryEndsWith102AndCopiesNothing)
+TEST_F(SessionEndTest, AFailingLibraryEndsWith102AFailedEncryptionWith0)
 {
     // The archive's place is taken by a folder: the library cannot write it.
     ASSERT_TRUE(CreateDirectoryW(kZip, nullptr));
@@ -153,37 +148,28 @@ TEST_F(SessionEndTest, AFailingLibraryEndsWith102AndCopiesNothing)
     ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", "RIFF"));
     DebugCapture debug;
     EXPECT_EQ(EndSession(E_FAIL), 102);
-    EXPECT_EQ(FilesIn(kData), Names{});
     EXPECT_EQ(FilesIn(kTemp), Names{});
     EXPECT_EQ(debug.Count(L"CompressTempFiles: sZip failed.\r\n"), 1u);
     EXPECT_EQ(debug.Count(L"Compression failed.\r\n"), 1u);
     RemoveDirectoryW(kZip);
-}
 
-TEST_F(SessionEndTest, AFailedEncryptionStillEndsWith0)
-{
     std::string unprovisioned = StudyBlock();
-    unprovisioned.replace(kKeyTagOffset, 4, "\xFF\xFF\xFF\xFF", 4);
-    ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, unprovisioned));
-    OpenAndStart();
+    ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, unprovisioned.replace(kKeyTagOffset, 4, "\xFF\xFF\xFF\xFF", 4)));
+    ASSERT_EQ(control->SessionStart(), S_OK);
     const size_t asserts = AssertLines();
-    DebugCapture debug;
     EXPECT_EQ(EndSession(), 0);
     EXPECT_EQ(debug.Count(L"EncryptFile: File encryption and signing failed.\r\n"), 1u);
     EXPECT_EQ(debug.Count(L"Encryption failed.\r\n"), 0u);
     EXPECT_EQ(AssertLines(), asserts + 1);
     EXPECT_EQ(FilesIn(kData), Names{});
     EXPECT_FALSE(DiskFileExists(kZip));
-}
 
-TEST_F(SessionEndTest, AFileThatCannotBeDeletedIsReportedAndTheRestGo)
-{
-    OpenAndStart();
+    // A temp file that cannot be deleted is reported and the rest go.
+    ASSERT_EQ(control->SessionStart(), S_OK);
     for (const wchar_t* name : {L"\\Device Temp\\a.wav", L"\\Device Temp\\b.wav"})
         ASSERT_TRUE(WriteDiskFile(name, "RIFF"));
     HANDLE held = CreateFileW(L"\\Device Temp\\a.wav", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(held, INVALID_HANDLE_VALUE);
-    DebugCapture debug;
     EXPECT_EQ(control->SessionCancel(), S_OK);
     EXPECT_EQ(debug.Count(L"Warning: DeleteFile failed.\r\n"), 1u);
     EXPECT_EQ(FilesIn(kTemp), Names{L"a.wav"});
@@ -207,9 +193,7 @@ std::string Pattern(size_t length)
 // The block with the 32-bit length of the blob at offset patched.
 std::string WithBlobLength(std::string block, DWORD offset, DWORD length)
 {
-    for (int i = 0; i < 4; ++i)
-        block[offset + i] = static_cast<char>(length >> (8 * i));
-    return block;
+    return block.replace(offset, 4, reinterpret_cast<const char*>(&length), 4);
 }
 
 class EncryptionTest : public ::testing::Test
@@ -253,7 +237,7 @@ TEST_F(EncryptionTest, PackageFieldsAndCipherLengths)
     EXPECT_NE(ReadFileBytes(kPackage).substr(kHeader), last.substr(kHeader));
 }
 
-TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
+TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExistsAMissingInputAfterTheHeader)
 {
     std::string untagged = block, garbledServer = block;
     untagged.replace(kKeyTagOffset, 4, "XXXX");
@@ -282,12 +266,9 @@ TEST_F(EncryptionTest, KeyProblemsStopBeforeTheOutputExists)
             return line == c.line || (line.rfind(L"Error ", 0) == 0 && line.find(L" " + c.line + L" \n") != line.npos);
         })) << testing::PrintToString(lines);
     }
-}
-
-TEST_F(EncryptionTest, AMissingInputIsFoundAtTheFirstRead)
-{
     // The input is first read after the header and the session key are
-    // written: the package stops there, unsigned.
+    // written: a missing one stops the package there, unsigned.
+    ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, block));
     DeleteFileW(kPlain);
     DebugCapture debug;
     EXPECT_EQ(EncryptFile(kPlain, kPackage), 0);

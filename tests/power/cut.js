@@ -8,20 +8,10 @@
 var mode = Shell.ArgumentCount > 0 ? Shell.Arguments(0) : "open";
 var round = 0, pegs = 0, nextRound = null, watchRead = false, saving = false;
 function mark(text) { Shell.Bench("cut", text); }
-function fail(text) {
-    Shell.Echo("cut.js: " + text);
-    mark("failed " + text);
-    Shell.Quit(1);
-}
-function activity(id, name) {
-    Brennock.ActivityConfig(id, name, 0, 0);
-    Brennock.ActivityStart(0);
-}
+function fail(text) { Shell.Echo("cut.js: " + text); mark("failed " + text); Shell.Quit(1); }
+function activity(id, name) { Brennock.ActivityConfig(id, name, 0, 0); Brennock.ActivityStart(0); }
 // A burst of pegs packets from the microcontroller simulator.
-function burst(n) {
-    Shell.Bench("mcu", "burst " + n + " pegs");
-    Shell.Bench("mcu", "mark burst done " + round);
-}
+function burst(n) { Shell.Bench("mcu", "burst " + n + " pegs"); Shell.Bench("mcu", "mark burst done " + round); }
 // The next round runs from a user timer, not from inside the event that
 // ended the last one.
 function later(f) {

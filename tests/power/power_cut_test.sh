@@ -99,6 +99,15 @@ count() {  # count KIND OK NOTE
   fi
 }
 in_temp() { case "$1" in *"/Device Temp/"*) return 0 ;; esac; return 1; }
+trem() { "$host/trem2bin" "$1" -o "$work/t.bin" --csv "$work/t.csv"; }
+each() {  # each KIND NAME COMMAND...: every such file reads with COMMAND FILE, or is cut short in Device Temp
+  local kind=$1 name=$2 f; shift 2
+  while IFS= read -r -d '' f; do
+    if "$@" "$f" > /dev/null 2>&1; then count "$kind" ok
+    elif in_temp "$f"; then count "$kind" expected "$(basename "$f") cut short in Device Temp"
+    else count "$kind" bad "$f does not read"; fi
+  done < <(find "$disk" -name "$name" -print0)
+}
 
 check_disk() {  # check_disk KIND
   local kind=$1 f
@@ -120,16 +129,8 @@ EOF
   else
     count "$kind" bad "flashblock.bin is not a whole block with the NVRAM image and the keys ($(stat -c %s "$f" 2>/dev/null) bytes)"
   fi
-  while IFS= read -r -d '' f; do
-    if "$host/motr2csv" "$f" > /dev/null 2>&1; then count "$kind" ok
-    elif in_temp "$f"; then count "$kind" expected "$(basename "$f") cut short in Device Temp"
-    else count "$kind" bad "$f does not read"; fi
-  done < <(find "$disk" -name '*.motr' -print0)
-  while IFS= read -r -d '' f; do
-    if "$host/trem2bin" "$f" -o "$work/t.bin" --csv "$work/t.csv" > /dev/null 2>&1; then count "$kind" ok
-    elif in_temp "$f"; then count "$kind" expected "$(basename "$f") cut short in Device Temp"
-    else count "$kind" bad "$f does not read"; fi
-  done < <(find "$disk" -name '*.trem' -print0)
+  each "$kind" '*.motr' "$host/motr2csv"
+  each "$kind" '*.trem' trem
   while IFS= read -r -d '' f; do
     local state
     state=$(python3 - "$f" <<'EOF'

@@ -1,15 +1,7 @@
-// soak.js: whole sessions one after another in one shell process, for a
-// given time or number of sessions, sampling what the process holds.
-//
-//   brennock-shell.exe tests/power/soak.js SECONDS [MAX_SESSIONS]
-//
-// Each session is the sample session's: a tapping test (eight taps played
-// by the microcontroller simulator), a pegs test, a questionnaire, a voice
-// recording started and stopped by the voice, a watch download and the
-// normal end that packs the files; then Close, and Open again for the next.
-// After each session one line:
-//   sample N handles=.. private=.. gdi=.. user=..
-// and at the end "soak done N sessions". The caller judges the samples.
+// soak.js SECONDS [MAX_SESSIONS], for soak_test.sh: each session is the
+// sample session's (eight taps, pegs, a questionnaire, a recording started
+// and stopped by the voice, a watch download, the normal end), then Close
+// and Open again; after each a line "sample N <Shell.Resources>".
 
 var seconds = Number(Shell.Arguments(0));
 var maxSessions = Shell.ArgumentCount > 1 ? Number(Shell.Arguments(1)) : 1e9;
@@ -20,17 +12,11 @@ function fail(text) {
     Shell.Echo("soak: session " + (sessions + 1) + ": " + text);
     Shell.Quit(1);
 }
-function check(cause, what) {
-    if (cause != 0)
-        fail(what + " (cause " + cause + ")");
-}
+function check(cause, what) { if (cause != 0) fail(what + " (cause " + cause + ")"); }
 // The next step runs from the shell's own wait, not inside the event that
 // ended the last one.
 function later(f) { pending.push(f); }
-function next() {
-    if (steps.length > 0)
-        steps.shift()();
-}
+function next() { if (steps.length > 0) steps.shift()(); }
 function activity(id, name, maxSecs, flags) {
     current = name;
     Brennock.ActivityConfig(id, name, maxSecs, 0);
@@ -56,10 +42,7 @@ function watch() {
     if (watchRead)
         Brennock.WatchSaveStart("Watch");
 }
-function end() {
-    current = "";
-    Brennock.SessionEndNormal();
-}
+function end() { current = ""; Brennock.SessionEndNormal(); }
 function startSession() {
     if (Brennock.Open() != 1)
         fail("Open failed");

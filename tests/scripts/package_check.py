@@ -20,8 +20,7 @@ def check(server_key, package, plain, tmp):
     files = {n: os.path.join(tmp, n) for n in ("pub.blob", "pub.pem", "sig", "signed")}
     for name, data in (("pub.blob", package[4:4 + k]), ("sig", package[8 + k:8 + k + s][::-1]),
                        ("signed", package[8 + k + s:12 + k + s + b] + plain)):
-        with open(files[name], "wb") as out:
-            out.write(data)
+        open(files[name], "wb").write(data)
     signed = (openssl("rsa", "-pubin", "-inform", "MSBLOB", "-in", files["pub.blob"], "-out", files["pub.pem"])
               .returncode == 0 and
               openssl("dgst", "-md5", "-verify", files["pub.pem"], "-signature", files["sig"], files["signed"])

@@ -1,7 +1,3 @@
-// The NVRAM object over the desktop's flash block file (loading with its
-// fallbacks, the script's keys, committing), and the rewriting of the block
-// in flash, against a model of the two side-by-side chips that checks every
-// command and can fail any step.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -190,13 +186,11 @@ std::string ProvisionedBlock()
 }
 
 // Block images compared by their first difference.
-testing::AssertionResult SameBlock(const std::string& actual, const std::string& expected)
+testing::AssertionResult SameBlock(const std::string& a, const std::string& b)
 {
-    const auto at = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-    if (actual == expected)
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "sizes " << actual.size() << "/" << expected.size() << ", differ at "
-                                       << (at.first - actual.begin());
+    return (a == b ? testing::AssertionSuccess() : testing::AssertionFailure())
+           << "sizes " << a.size() << "/" << b.size() << ", differ at "
+           << (std::mismatch(a.begin(), a.end(), b.begin(), b.end()).first - a.begin());
 }
 
 class FlashTest : public NVRAMTest

@@ -1,5 +1,3 @@
-// The params file (its scanner and the checks Open makes) and the date/time
-// helpers: the script's text forms, the 64-bit form and comparison.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -35,11 +33,12 @@ std::string CutAt8192(size_t keep)
     return head + "#" + std::string(8192 - head.size() - 3 - keep, 'x') + "\r\nDebug=1234\r\n";
 }
 
-std::wstring Read(const CStoredParams& params, const wchar_t* key)
+std::wstring Take(wchar_t* text)
 {
-    std::unique_ptr<wchar_t[]> value(params.ParameterRead(key, L"<default>"));
-    return value ? value.get() : L"<null>";
+    std::unique_ptr<wchar_t[]> owned(text);
+    return owned ? owned.get() : L"<null>";
 }
+std::wstring Read(const CStoredParams& params, const wchar_t* key) { return Take(params.ParameterRead(key, L"<default>")); }
 
 TEST(StoredParamsTest, EveryBadFileFailsOpenWithItsOwnLines)
 {
@@ -117,13 +116,9 @@ const SYSTEMTIME kFeb3 = {2004, 2, 2, 3, 9, 5, 0, 0};  // Tue 03 Feb 2004 09:05:
 
 bool Same(const SYSTEMTIME& a, const SYSTEMTIME& b) { return memcmp(&a, &b, sizeof(a)) == 0; }
 
-std::wstring ToScript(const SYSTEMTIME& st, bool withTime)
-{
-    std::unique_ptr<wchar_t[]> text(SystemDateTimeToScript(&st, withTime));
-    return text ? text.get() : L"<null>";
-}
+std::wstring ToScript(const SYSTEMTIME& st, bool withTime) { return Take(SystemDateTimeToScript(&st, withTime)); }
 
-TEST(DateTimeTest, WritesLongAndShortFormsWithinFieldRanges)
+TEST(DateTimeTest, WritesBothFormsWithinFieldRangesParsesThemAndReportsEachFault)
 {
     SYSTEMTIME st = {1960, 12, 6, 31, 23, 59, 61, 0};
     EXPECT_EQ(ToScript(st, true), L"Sat 31 Dec 1960 23:59:61");
@@ -135,10 +130,6 @@ TEST(DateTimeTest, WritesLongAndShortFormsWithinFieldRanges)
         st.*field = 62;
         EXPECT_EQ(ToScript(st, true), L"<null>");
     }
-}
-
-TEST(DateTimeTest, ParsesBothFormsAndReportsEachFault)
-{
     DebugCapture capture;
     const auto line = [](const wchar_t* fault) { return L"ScriptToSystemDateTime: " + std::wstring(fault) + L".\r\n"; };
     const std::wstring length = line(L"unexpected length date time string"), garbled = line(L"garbled date string"),

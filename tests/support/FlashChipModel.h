@@ -38,10 +38,7 @@ public:
     // Puts the configuration block's bytes into the array (as provisioning did).
     void Load(const std::string& block);
     // The configuration block's bytes as the array holds them.
-    std::string Block() const
-    {
-        return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4);
-    }
+    std::string Block() const { return std::string(reinterpret_cast<const char*>(array.data()), kConfigBlockWords * 4); }
     bool InReadArray() const { return m_chips[0].mode == Mode::ReadArray && m_chips[1].mode == Mode::ReadArray; }
 
     std::vector<DWORD> array;         // the erase block, as read in array mode
@@ -72,10 +69,7 @@ private:
     static void StartOp(Chip& chip) { chip.mode = Mode::ReadStatus; chip.busy = kBusyReads; chip.status = 0x80; }
     bool TakeInjection(Chip& chip, Op op);
     void Command(int half, DWORD wordIndex, WORD command);
-    void Fault(const std::string& text, DWORD wordIndex)
-    {
-        faults.push_back(text + " at word " + std::to_string(wordIndex));
-    }
+    void Fault(const std::string& text, DWORD wordIndex) { faults.push_back(text + " at word " + std::to_string(wordIndex)); }
     DWORD UnitOf(DWORD wordIndex) const { return wordIndex * 4 / m_unitBytes; }
 
     WORD m_ids[2];
