@@ -1,5 +1,4 @@
-// Event delivery: every internal sink operation reaches advised sinks as the
-// right dispatch id, with its arguments typed and in reverse order.
+// Event delivery to advised sinks: dispatch ids, argument types, argument order.
 #include <gtest/gtest.h>
 
 #include <olectl.h>

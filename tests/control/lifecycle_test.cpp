@@ -1,5 +1,4 @@
-// The control's lifecycle and method guards, as compiled clients and scripts
-// call it.
+// The control's lifecycle and method guards.
 #include <gtest/gtest.h>
 
 #include <map>

@@ -1,5 +1,4 @@
-// The control as a container sees it: sited, activated in place inside a
-// window of the container's, drawn, persisted, quick-activated.
+// The control as an in-place container sees it.
 #include <gtest/gtest.h>
 
 #include <olectl.h>

@@ -1,6 +1,4 @@
-// The registered type library, read back as a compiled client or a script
-// engine reads it: every member of IBrennock in vtable slot order and every
-// event, with dispatch ids, names and types, against one transcript.
+// The registered type library, read back as a client or script engine reads it.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,6 +1,4 @@
-// Drives the control from Wine's cscript, by name, as a UI script does, on a
-// copy of the provisioned example disk (examples/disk). Prints one line per
-// check and exits with the number of failures.
+// The control driven by name from Wine's cscript; exits with the failures.
 var failures = 0, checks = 0;
 function check(ok, what) { checks++, failures += ok ? 0 : 1, WScript.Echo((ok ? "ok   " : "FAIL ") + what); }
 function fails(f) { try { f(); return false; } catch (e) { return (e.number >>> 0) == 0x80004005; } }

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# A bench disk provisioned as the README shows it (a copy of examples/disk and
-# an NVRAM simulation file made with nvimage), run through the main job.
+# A bench disk provisioned as the README shows it, run through the main job.
 #   provision_test.sh HOST_BIN_DIR
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)

@@ -1,6 +1,5 @@
-// Every member of the control's script interface called, and every event
-// received with its arguments checked, from JScript in the device shell (run
-// by shell_surface_test.sh). Each failed check prints a FAIL line.
+// Every member of the script interface and every event, from JScript in the
+// device shell. Each failed check prints a FAIL line.
 
 var failures = 0;
 var events = {}, seen = {};

@@ -1,5 +1,4 @@
-// ezip: packages made by the reference encoder with the keys of a block that
-// provision made, opened and refused.
+// ezip on packages made by the reference encoder.
 #include <gtest/gtest.h>
 
 #include <functional>

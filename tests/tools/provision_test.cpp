@@ -1,5 +1,4 @@
-// provision: the study folder, the device registry and the key region of
-// configuration block images.
+// provision: study folder, device registry, key region of block images.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -1,5 +1,4 @@
-// trem2bin on .trem files laid out as the control writes them, with the
-// memory of the bench watch's generator (sim/WatchMemory.h).
+// trem2bin on .trem files laid out as the control writes them.
 #include <gtest/gtest.h>
 
 #include <cstdio>
