@@ -13,11 +13,7 @@ cleanup() {
   rm -rf "$disk"
 }
 trap cleanup EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 mkdir -p "$disk/Hard Disk" "$disk/full"
 if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=64k brennock-szip-full "$disk/full" 2>/dev/null; then

@@ -6,11 +6,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 host=${1:?native build directory}
 disk=$(mktemp -d "${TMPDIR:-/tmp}/brennock-bench.XXXXXX")
 trap 'rm -rf "$disk"' EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 cp -R "$root/examples/disk/." "$disk/"
 "$host/nvimage" --device-id 1234 --prev "Mon 05 Jan 2026 09:30:00" --picture 7 \

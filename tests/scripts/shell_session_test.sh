@@ -8,11 +8,7 @@ host=${1:?native build directory}
 shell=${2:?the device shell}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-session.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 study="$work/study" disk="$work/disk"
 "$root/scripts/bench-disk" "$disk" "$study" || exit 1
