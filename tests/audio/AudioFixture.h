@@ -23,10 +23,9 @@ constexpr DISPID kAudioPlayEnded = 20;
 constexpr DISPID kAudioRecordEnded = 23;
 constexpr DISPID kAudioRecordProgress = 24;
 
-// The capture format of the bench: 22050 Hz, mono, 16-bit.
 constexpr DWORD kBenchRate = 22050;
 
-// An audio event with its arguments in declaration order.
+// Arguments in declaration order.
 struct AudioEvent
 {
     DISPID id;
@@ -43,22 +42,17 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Opens the control, starts a session and a questionnaire activity.
     void OpenInActivity();
     ScriptObject Script() { return ScriptObject(control.Get()); }
 
-    // The audio events so far, or those of one kind.
     std::vector<AudioEvent> Events(DISPID only = 0) const;
-    // Runs the message loop until so many events of that kind have come (or 30 s).
+    // (at most 30 s)
     bool WaitFor(DISPID id, size_t count = 1);
-    // Runs the message loop for ms, so that an event that should not come
-    // has had its chance.
+    // So that an event that should not come has had its chance.
     void PumpFor(DWORD ms) { PumpUntil([] { return false; }, ms); }
 
-    // The ".wav" files in "\Device Temp".
     std::vector<std::wstring> Recordings() const;
-    // Copies the one recording in "\Device Temp" into the checks folder as
-    // NAME.wav, and writes the events beside it as NAME.events.
+    // NAME.wav and NAME.events, for the sample checks after the run.
     void KeepRecording(const std::wstring& name) const;
     void Feed(const char* file) { ASSERT_TRUE(sound.Send(std::string("mic ") + file)); }
 

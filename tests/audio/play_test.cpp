@@ -1,6 +1,4 @@
-// Playback through the control with an advised sink, into the bench's
-// speaker. Whether the samples arrived unchanged is checked after the run
-// against the speaker's recording (tests/scripts/audio_check.py).
+// Playback into the bench's speaker; audio_check.py checks the samples after the run.
 #include "tests/audio/AudioFixture.h"
 
 namespace {

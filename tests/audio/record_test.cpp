@@ -1,6 +1,4 @@
-// Recording through the control with an advised sink, on the bench's
-// microphone. The sample checks (the file against the capture, the loudness
-// the script got) run after the program, in tests/scripts/audio_check.py.
+// Recording on the bench's microphone; audio_check.py checks the samples after the run.
 #include <tuple>
 
 #include "tests/audio/AudioFixture.h"

@@ -1,15 +1,6 @@
 #!/usr/bin/env python3
-"""Checks an archive made by sZip against the folder it was made from.
-
-    check_zip.py [--glob GLOB] [--method 0|8] ARCHIVE FOLDER
-
-The archive holds exactly the regular files of FOLDER that GLOB matches, in
-ordinal order, byte for byte; each entry's DOS time is the file's local
-last-write time (seconds rounded down to even), its extended timestamp
-(0x5455) the UTC mtime; a non-ASCII name is UTF-8 with flag bit 11;
-non-empty files use METHOD (empty ones are stored); the local header agrees
-with the central directory.
-"""
+"""check_zip.py [--glob GLOB] [--method 0|8] ARCHIVE FOLDER: an sZip archive
+against the folder it was made from."""
 import argparse
 import fnmatch
 import os

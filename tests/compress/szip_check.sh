@@ -1,11 +1,8 @@
 #!/usr/bin/env bash
-# The compression library's test: the Windows test program on a device disk
-# prepared for it, then the archives it leaves on the disk checked by the
-# native unzip and by Python's zipfile against the files they were made from.
+# The Windows sZip tests on a disk prepared here, then the archives they
+# leave checked natively. \full is a full disk: a 64 KiB tmpfs as root,
+# else its compress.zip.tmp links to /dev/full (SZIP_FULL_DISK says which).
 #   szip_check.sh TEST_PROGRAM
-# The disk's folder \full is a full disk: as root, a 64 KiB tmpfs mounted
-# there; otherwise \full\compress.zip.tmp, the library's temporary file, is a
-# link to /dev/full. SZIP_FULL_DISK tells the program which.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 prog=${1:?the test_compress program}
@@ -16,11 +13,7 @@ cleanup() {
   rm -rf "$disk"
 }
 trap cleanup EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 mkdir -p "$disk/Hard Disk" "$disk/full"
 if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=64k brennock-szip-full "$disk/full" 2>/dev/null; then

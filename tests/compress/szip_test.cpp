@@ -1,13 +1,11 @@
-// MarrowbyGzip.dll's sZip, called as the control calls it: the library loaded
-// from "\Device Software" on the device disk, the entry point looked up by
-// name, the strings as BSTRs, the library freed again after each call.
-// tests/compress/szip_check.sh runs this program on a disk it prepares and
-// then checks the archives it leaves there natively.
+// sZip called as the control calls it; szip_check.sh prepares the disk and
+// checks the archives left on it natively.
 #include <windows.h>
 #include <oleauto.h>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 
@@ -17,7 +15,6 @@ namespace {
 
 const wchar_t kLibrary[] = L"\\Device Software\\MarrowbyGzip.dll";
 
-// The freshly built library, copied onto the device disk once.
 void InstallLibrary()
 {
     if (GetFileAttributesW(kLibrary) != INVALID_FILE_ATTRIBUTES)
@@ -27,7 +24,6 @@ void InstallLibrary()
     ASSERT_TRUE(CopyFileW(L"Z:" MARROWBY_DLL, kLibrary, FALSE)) << GetLastError();
 }
 
-// LoadLibraryW, GetProcAddress "sZip", the call, FreeLibrary.
 int CallSZip(const wchar_t* pattern, const wchar_t* destination, DWORD reserved = 0, DWORD level = 6)
 {
     InstallLibrary();
@@ -49,7 +45,6 @@ bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) 
 
 void MakeFolder(const std::wstring& path) { CreateDirectoryW(path.c_str(), nullptr); }
 
-// Writes bytes to path; with a local time, sets the last-write time to it.
 void WriteBytes(const std::wstring& path, const std::string& bytes, const SYSTEMTIME* local = nullptr)
 {
     HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -80,8 +75,7 @@ std::string RandomBytes(size_t size, unsigned seed)
 {
     std::mt19937 gen(seed);
     std::string bytes(size, '\0');
-    for (char& c : bytes)
-        c = static_cast<char>(gen());
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(gen()); });
     return bytes;
 }
 
@@ -116,7 +110,6 @@ TEST(SZip, PatternMatchingNothingGivesAnEmptyArchive)
 {
     MakeFolder(L"\\emptycase");
     WriteBytes(L"\\emptycase\\a.txt", "a");
-    // A folder that does not exist holds no files either.
     for (const wchar_t* pattern : {L"\\emptycase\\*.none", L"\\No Such Folder\\*"}) {
         ASSERT_EQ(CallSZip(pattern, L"\\empty.zip"), SZIP_OK);
         EXPECT_EQ(ReadBytes(L"\\empty.zip"), std::string("PK\x05\x06", 4) + std::string(18, '\0'));

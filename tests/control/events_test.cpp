@@ -1,5 +1,4 @@
-// Event delivery: every internal sink operation reaches advised sinks as the
-// right dispatch id, with its arguments typed and in reverse order.
+// Event delivery to advised sinks: dispatch ids, argument types, argument order.
 #include <gtest/gtest.h>
 
 #include <olectl.h>
@@ -35,7 +34,7 @@ void ExpectEvent(const ReceivedEvent& e, DISPID id, const std::vector<Arg>& decl
     }
 }
 
-TEST_F(EventsTest, EverySinkOperationFiresItsEvent)
+TEST_F(EventsTest, EverySinkOperationFiresItsEventAndValueEventsHandBackTheLastResult)
 {
     using S = IManagerSite*;
     const struct
@@ -74,6 +73,7 @@ TEST_F(EventsTest, EverySinkOperationFiresItsEvent)
         {[](S s) { s->GetWatchEventSink()->WatchVisible(false); }, 2, {{VT_I2, 0}}},
         {[](S s) { s->GetGpioEventSink()->LidMoved(true); }, 22, {{VT_I2, 1}}},
     };
+    site->GetTestManagerEventSink()->SessionEnded(0);  // no sink: nothing happens
     RecordingSink sink;
     DWORD cookie = AdviseSink(control.Get(), &sink);
     ASSERT_NE(cookie, 0u);
@@ -88,11 +88,8 @@ TEST_F(EventsTest, EverySinkOperationFiresItsEvent)
         EXPECT_EQ(std::make_pair(sink.lastFlags, sink.lastLcid), std::make_pair(WORD(DISPATCH_METHOD), LCID(0x0400)));
     }
     UnadviseSink(control.Get(), cookie);
-}
 
-TEST_F(EventsTest, ValueEventsHandBackTheLastSinksResult)
-{
-    site->GetTestManagerEventSink()->SessionEnded(0);  // no sink: nothing happens
+    // A value event hands back the last sink's result.
     RecordingSink first, second;
     first.resultValue = 11, second.resultValue = 22;
     DWORD c1 = AdviseSink(control.Get(), &first), c2 = AdviseSink(control.Get(), &second);

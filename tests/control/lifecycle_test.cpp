@@ -1,5 +1,4 @@
-// The control's lifecycle and method guards, as compiled clients and scripts
-// call it.
+// The control's lifecycle and method guards.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -155,16 +154,7 @@ F Export(const char* name)
     return dll ? reinterpret_cast<F>(reinterpret_cast<void*>(GetProcAddress(dll, name))) : nullptr;
 }
 
-TEST_F(LifecycleTest, DllCanUnloadNowFollowsLiveObjects)
-{
-    auto canUnload = Export<HRESULT(STDAPICALLTYPE*)()>("DllCanUnloadNow");
-    ASSERT_NE(canUnload, nullptr);
-    EXPECT_EQ(canUnload(), S_FALSE);
-    control.Reset();
-    EXPECT_EQ(canUnload(), S_OK);
-}
-
-TEST_F(LifecycleTest, ClassObjectLookupAndAggregation)
+TEST_F(LifecycleTest, ClassObjectLookupAggregationAndUnloading)
 {
     auto getClassObject = Export<HRESULT(STDAPICALLTYPE*)(REFCLSID, REFIID, void**)>("DllGetClassObject");
     ASSERT_NE(getClassObject, nullptr);
@@ -206,6 +196,13 @@ TEST_F(LifecycleTest, ClassObjectLookupAndAggregation)
     brennock->Release();
     EXPECT_EQ(outer.refs, 1);
     EXPECT_EQ(outer.inner->Release(), 0u);
+
+    auto canUnload = Export<HRESULT(STDAPICALLTYPE*)()>("DllCanUnloadNow");
+    ASSERT_NE(canUnload, nullptr);
+    EXPECT_EQ(canUnload(), S_FALSE);
+    factory.Reset();
+    control.Reset();
+    EXPECT_EQ(canUnload(), S_OK);
 }
 
 TEST_F(LifecycleTest, SiteAccessorsAssertOnMissingManagers)

@@ -1,5 +1,4 @@
-// The hidden message window managers use to bring worker-thread work to the
-// host thread, and its teardown.
+// The hidden message window that brings worker-thread work to the host thread.
 #include <gtest/gtest.h>
 
 #include <objbase.h>

@@ -1,5 +1,4 @@
-// The control as a container sees it: sited, activated in place inside a
-// window of the container's, drawn, persisted, quick-activated.
+// The control as an in-place container sees it.
 #include <gtest/gtest.h>
 
 #include <olectl.h>
@@ -85,9 +84,9 @@ protected:
 // first, insertable, can link inside-out, recompose on resize.
 constexpr DWORD kMiscStatus = 131473;
 
-TEST_F(OleControlTest, DrawsItsLabelCentredOnWhite)
+TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
 {
-    // Into a 200x60 picture painted grey first, so that what the control paints shows.
+    // Painted grey first, so that what the control paints shows.
     constexpr int W = 200, H = 60;
     BITMAPINFO bi = {{sizeof(BITMAPINFOHEADER), W, -H, 1, 32}};
     void* bits = nullptr;
@@ -115,6 +114,19 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhite)
     SelectObject(dc, old);
     DeleteObject(bmp);
     DeleteDC(dc);
+
+    // At the extent (2540 HIMETRIC wide by default), and in no other format.
+    FORMATETC fe = {CF_METAFILEPICT, nullptr, DVASPECT_CONTENT, -1, TYMED_MFPICT};
+    FORMATETC text = {CF_TEXT, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
+    STGMEDIUM medium = {};
+    ASSERT_EQ(As<IDataObject>()->GetData(&fe, &medium), S_OK);
+    auto* pict = static_cast<METAFILEPICT*>(GlobalLock(medium.hMetaFilePict));
+    ASSERT_NE(pict, nullptr);
+    EXPECT_EQ(std::make_pair(pict->mm, pict->xExt), std::make_pair(LONG(MM_ANISOTROPIC), 2540L));
+    EXPECT_GT(GetMetaFileBitsEx(pict->hMF, 0, nullptr), 0u);
+    GlobalUnlock(medium.hMetaFilePict);
+    ReleaseStgMedium(&medium);
+    EXPECT_EQ(As<IDataObject>()->QueryGetData(&text), DV_E_FORMATETC);
 }
 
 TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivates)
@@ -207,25 +219,9 @@ TEST_F(OleControlTest, QuickActivationAdvisesTheContainersEventSink)
     EXPECT_EQ(sink.events[0].id, 22);
     UnadviseSink(control.Get(), qa.dwEventCookie);
     EXPECT_EQ(sink.refs, 1);
-}
-
-TEST_F(OleControlTest, ClassInfoAndPictureData)
-{
     GUID events;
     ASSERT_EQ(As<IProvideClassInfo2>()->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &events), S_OK);
     EXPECT_EQ(events, DIID__IBrennockEvents);
-    // The picture as a metafile at the extent (2540 HIMETRIC wide by default), and no other format.
-    FORMATETC fe = {CF_METAFILEPICT, nullptr, DVASPECT_CONTENT, -1, TYMED_MFPICT};
-    FORMATETC text = {CF_TEXT, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
-    STGMEDIUM medium = {};
-    ASSERT_EQ(As<IDataObject>()->GetData(&fe, &medium), S_OK);
-    auto* pict = static_cast<METAFILEPICT*>(GlobalLock(medium.hMetaFilePict));
-    ASSERT_NE(pict, nullptr);
-    EXPECT_EQ(std::make_pair(pict->mm, pict->xExt), std::make_pair(LONG(MM_ANISOTROPIC), 2540L));
-    EXPECT_GT(GetMetaFileBitsEx(pict->hMF, 0, nullptr), 0u);
-    GlobalUnlock(medium.hMetaFilePict);
-    ReleaseStgMedium(&medium);
-    EXPECT_EQ(As<IDataObject>()->QueryGetData(&text), DV_E_FORMATETC);
 }
 
 }  // namespace

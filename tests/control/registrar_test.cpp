@@ -1,8 +1,5 @@
-// The registry-script engine against the real registry, in a scratch tree
-// under HKCU\Software\BrennockRegistrarTest standing in for the script's root,
-// so that a fault in the engine cannot reach any other part of the registry.
-// The cases use what the control's own script uses; that script is registered
-// for real in registration_test.
+// The registry-script engine, in a scratch tree under HKCU so that a fault
+// in it cannot reach the rest of the registry.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Self-registration of BrennockControl.dll through regsvr32, read back from
-// the registry. Leaves the control registered, as the test runner expects.
+// Self-registration through regsvr32; leaves the control registered for the
+// tests that follow.
 #include <gtest/gtest.h>
 
 #include <string>

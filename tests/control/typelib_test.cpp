@@ -1,9 +1,6 @@
-// The registered type library, read back as a compiled client or a script
-// engine reads it: every member of IBrennock in vtable slot order and every
-// event, with dispatch ids, names and types, against one transcript.
+// The registered type library, read back as a client or script engine reads it.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -157,12 +154,6 @@ std::vector<std::wstring> Transcript(ITypeInfo* info)
     return out;
 }
 
-void ExpectLines(const std::vector<std::wstring>& got, const std::vector<std::wstring>& want)
-{
-    for (size_t i = 0; i < std::max(got.size(), want.size()); ++i)
-        EXPECT_EQ(i < got.size() ? got[i] : L"<none>", i < want.size() ? want[i] : L"<none>") << "line " << i;
-}
-
 class TypeLibTest : public ::testing::Test
 {
 protected:
@@ -239,10 +230,11 @@ TEST_F(TypeLibTest, LibraryTypesAndFlags)
     EXPECT_EQ(guid, IID_IDispatch);
 }
 
-TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
+TEST_F(TypeLibTest, MembersInSlotOrderAndEvents)
 {
     GUID guid;
-    ExpectLines(Transcript(Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid).Get()), kMembers);
+    EXPECT_EQ(Transcript(Ref(Info(IID_IBrennock).Get(), UINT(-1), &guid).Get()), kMembers);
+    EXPECT_EQ(Transcript(Info(DIID__IBrennockEvents).Get()), kEvents);
 
     // The control's own IDispatch binds the same names to the same ids.
     ComPtr<IBrennock> control = CreateRegisteredControl();
@@ -255,11 +247,6 @@ TEST_F(TypeLibTest, InterfaceMembersInSlotOrder)
         EXPECT_HRESULT_SUCCEEDED(control->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id));
         EXPECT_EQ(std::to_wstring(id), line.substr(0, line.find(' '))) << testing::PrintToString(name);
     }
-}
-
-TEST_F(TypeLibTest, EventMembers)
-{
-    ExpectLines(Transcript(Info(DIID__IBrennockEvents).Get()), kEvents);
 }
 
 }  // namespace

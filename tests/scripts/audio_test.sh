@@ -9,11 +9,7 @@ root=$(cd "$(dirname "$0")/../.." && pwd)
 program=${1:?the audio test program}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-audio.XXXXXX")
 trap 'umount -l "$work/disk/Device Temp" 2>/dev/null; rm -rf "$work"' EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 rate=22050
 disk="$work/disk"
 mkdir -p "$disk/Hard Disk" "$disk/Device Software"

@@ -1,6 +1,4 @@
-// Drives the control from Wine's cscript, by name, as a UI script does, on a
-// copy of the provisioned example disk (examples/disk). Prints one line per
-// check and exits with the number of failures.
+// The control driven by name from Wine's cscript; exits with the failures.
 var failures = 0, checks = 0;
 function check(ok, what) { checks++, failures += ok ? 0 : 1, WScript.Echo((ok ? "ok   " : "FAIL ") + what); }
 function fails(f) { try { f(); return false; } catch (e) { return (e.number >>> 0) == 0x80004005; } }
@@ -15,10 +13,6 @@ check(c.Open() == 1, "Open() returns 1");
 check(c.ParameterRead("studysite", "none") == "Bench 1", "ParameterRead finds a key in any case");
 check(c.ParameterRead("NoSuchKey", "dflt") == "dflt", "ParameterRead gives the default for a missing key");
 check(c.NVParameterRead("DEVICEID", "NOID") == "0000065535", "a blank NVRAM reads as device 0000065535");
-var dateForm = /^(Sun|Mon|Tue|Wed|Thu|Fri|Sat) \d\d (Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) \d{4} \d\d:\d\d:\d\d$/;
-var start = c.GetNextSessionStart(), end = c.GetNextSessionEnd();
-check(dateForm.test(start) && / 09:00:00$/.test(start), "next session opens at 09:00: " + start);
-check(dateForm.test(end) && / 12:00:00$/.test(end), "and closes at 12:00: " + end);
 c.CurrentFolder = "Tests";
 check(c.CurrentFolder == "\\Device Software\\Tests", "CurrentFolder resolves a relative folder");
 c.AssertWrite("cscript_test.js", 12, "after open");

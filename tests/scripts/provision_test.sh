@@ -1,17 +1,12 @@
 #!/usr/bin/env bash
-# A bench disk provisioned as the README shows it (a copy of examples/disk and
-# an NVRAM simulation file made with nvimage), run through the main job.
+# A bench disk provisioned as the README shows it, run through the main job.
 #   provision_test.sh HOST_BIN_DIR
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 host=${1:?native build directory}
 disk=$(mktemp -d "${TMPDIR:-/tmp}/brennock-bench.XXXXXX")
 trap 'rm -rf "$disk"' EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 cp -R "$root/examples/disk/." "$disk/"
 "$host/nvimage" --device-id 1234 --prev "Mon 05 Jan 2026 09:30:00" --picture 7 \

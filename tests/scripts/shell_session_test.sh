@@ -1,11 +1,6 @@
 #!/usr/bin/env bash
-# The sample UI session (examples/shell/session.js) in the device shell next
-# to every simulator, then what the study receives: the package opens with
-# the study's key, the tapping test's .motr holds the taps the script had the
-# microcontroller simulator play (in order, with their deltas), the pegs
-# test's maps end with every peg moved, the questionnaire's answers are
-# there, the voice .wav is well formed and holds the speech, the watch's
-# .trem reads back.
+# The sample UI session in the device shell next to every simulator, then
+# what the study receives from it.
 #   shell_session_test.sh HOST_BIN_DIR SHELL_EXE
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -13,11 +8,7 @@ host=${1:?native build directory}
 shell=${2:?the device shell}
 work=$(mktemp -d "${TMPDIR:-/tmp}/brennock-session.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-failures=0
-check() {  # check DESCRIPTION COMMAND...
-  local what=$1; shift
-  if "$@"; then echo "ok   $what"; else echo "FAIL $what"; failures=$((failures + 1)); fi
-}
+source "$root/tests/scripts/check.sh"
 
 study="$work/study" disk="$work/disk"
 "$root/scripts/bench-disk" "$disk" "$study" || exit 1

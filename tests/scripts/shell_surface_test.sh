@@ -1,8 +1,5 @@
 #!/usr/bin/env bash
-# The script surface: surface.js (every member, every event) in the device
-# shell next to every simulator (the watch seated, the sound server on) on a
-# disk provisioned for a bench study; it must end with exit code 0. What
-# VBScript adds is in shell_test's events.vbs.
+# surface.js in the device shell next to every simulator; it must exit 0.
 #   shell_surface_test.sh HOST_BIN_DIR SHELL_EXE
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)

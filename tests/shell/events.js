@@ -1,7 +1,4 @@
-// Events through the shell in JScript: from the microcontroller's reader
-// thread (HC08Reset at Open, CapsitLeftDown sent on the line), from the
-// panel's timers (TimerEnded) and from Sim* calls, each with its arguments
-// in order. Prints one line per event; the wrapper checks them.
+// Events through the shell in JScript, one line each; shell_test.sh checks them.
 function Brennock_HC08Reset(rev, build, source, tickHz, post) {
     Shell.Echo("HC08Reset", rev, build, source, tickHz, post, typeof tickHz);
 }

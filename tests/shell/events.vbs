@@ -1,7 +1,5 @@
-' Events through the shell in VBScript, with what the language adds to the
-' JScript of events.js and surface.js: its own argument types (Integer, Long,
-' Double, a variable passed by reference), Sub and Function handlers,
-' property syntax, the control's errors through Err, a handler that quits.
+' What VBScript adds to events.js: its own types, Sub and Function handlers,
+' property syntax, errors through Err.
 Sub Brennock_HC08Reset(rev, build, source, hz, post)
     Shell.Echo "HC08Reset", rev, build, source, hz, post, TypeName(hz)
 End Sub

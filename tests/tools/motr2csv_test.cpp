@@ -28,7 +28,6 @@ Bytes Packet(Bytes bytes)
 // A reset note at tick 0: rev 3, build 7, source 2, 1000 Hz, self-test 5.
 const Bytes kReset = Packet({0x11, 0x0D, 0, 0, 0, 0x00, 3, 7, 2, 0x00, 0x00, 0x03, 0xE8, 5});
 
-// The header, the reset note, then tail.
 Bytes Recording(const Bytes& tail = {})
 {
     Bytes file = kHeader;
@@ -65,7 +64,6 @@ protected:
         EXPECT_EQ(out, expected);
     }
 
-    // The exit status, with what the tool wrote in out and err.
     int Run(const std::string& args)
     {
         const toolstest::RunResult run = toolstest::Shell(std::string("('") + MOTR2CSV_BIN + "' " + args + " 2>'" +

@@ -1,5 +1,4 @@
-// provision: the study folder, the device registry and the key region of
-// configuration block images.
+// provision: study folder, device registry, key region of block images.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -11,7 +10,7 @@ namespace {
 
 using namespace toolstest;
 
-TEST(Provision, StudyKeepsItsPrivateKeysPrivate)
+TEST(Provision, StudyKeepsItsPrivateKeysPrivateAndItsRegistryVerifiable)
 {
     const fs::path dir = TheStudy().dir;
     for (const auto& [name, mode] : {std::pair{"server.key.pem", 0600}, {"authority.key.pem", 0600},
@@ -20,6 +19,14 @@ TEST(Provision, StudyKeepsItsPrivateKeysPrivate)
         ASSERT_EQ(stat((dir / name).c_str(), &st), 0) << name;
         EXPECT_EQ(st.st_mode & 0777, static_cast<unsigned>(mode)) << name;
     }
+    // The registry can be checked without these tools: the authority signs
+    // the ten digits of the id followed by the device key's DER.
+    const fs::path record = dir / "devices" / TheStudy().deviceId;
+    const RunResult run = Shell("(printf " + TheStudy().deviceId + "; openssl pkey -pubin -in " + record.string() +
+                                ".pub.pem -outform DER) | openssl dgst -sha256 -verify " +
+                                (dir / "authority.pub.pem").string() + " -signature " + record.string() + ".sig");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(run.output, "Verified OK\n");
 }
 
 // Into an existing block only the key region changes; a missing block is
@@ -66,19 +73,6 @@ TEST(Provision, WritesTheThreeBlobsIntoTheKeyRegionOnly)
                                        {keys.device.get(), "devices/000000" + std::string(id) + ".pub.pem"}})
             EXPECT_EQ(EVP_PKEY_eq(key, study::ReadPem(TheStudy().dir / pem, false, &error).get()), 1) << pem;
     }
-}
-
-// The registry can be checked without these tools: the authority signs the
-// ten digits of the id followed by the device key's DER.
-TEST(Provision, RegistryRecordsVerifyWithTheOpensslCommand)
-{
-    const fs::path record = TheStudy().dir / "devices" / TheStudy().deviceId;
-    const RunResult run = Shell("(printf " + TheStudy().deviceId + "; openssl pkey -pubin -in " + record.string() +
-                                ".pub.pem -outform DER) | openssl dgst -sha256 -verify " +
-                                (TheStudy().dir / "authority.pub.pem").string() + " -signature " + record.string() +
-                                ".sig");
-    EXPECT_EQ(run.code, 0);
-    EXPECT_EQ(run.output, "Verified OK\n");
 }
 
 TEST(Provision, RefusesBadInputWithOneLineAndChangesNothing)

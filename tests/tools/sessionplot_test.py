@@ -1,10 +1,6 @@
 #!/usr/bin/python3
-"""The study's side of a session on real files:  sessionplot_test.py HOST_BIN
-
-A session's files made from their byte formats, packed as the device packs
-them with OpenSSL's command line, then scripts/study-side on the package and
-tools/sessionplot on folders good and bad.
-"""
+"""scripts/study-side and tools/sessionplot on a session packed here as the
+device packs it:  sessionplot_test.py HOST_BIN"""
 import io
 import os
 import random

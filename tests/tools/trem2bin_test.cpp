@@ -1,5 +1,4 @@
-// trem2bin on .trem files laid out as the control writes them, with the
-// memory of the bench watch's generator (sim/WatchMemory.h).
+// trem2bin on .trem files laid out as the control writes them.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -12,13 +11,11 @@ namespace {
 
 using toolstest::fs::path;
 
-// The parameter text of a reply whose third field is address.
 std::string Params(const std::string& address)
 {
     return "\r\nSIMWATCH 01\r\nFW 2.10\r\n" + address + "\r\nID -\r\nSTART ------ ----";
 }
 
-// The memory of a watch whose log address is logAddress, count blocks of it.
 std::string Memory(uint32_t logAddress, uint32_t blocks)
 {
     std::string m;

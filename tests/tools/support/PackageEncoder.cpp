@@ -26,7 +26,6 @@ void PutLe(Bytes& b, std::initializer_list<uint32_t> values)
             b.push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
-// A field after its length.
 void PutField(Bytes& b, const Bytes& field)
 {
     PutLe(b, {static_cast<uint32_t>(field.size())});
@@ -40,7 +39,6 @@ bool ReadBlockKeys(const std::filesystem::path& path, BlockKeys* keys)
     const Bytes block = ReadBytes(path);
     if (block.size() != 4660 || std::string(block.begin() + 2612, block.begin() + 2616) != "ZOLW")
         return false;
-    // Each blob after its length, in a slot of so many bytes.
     auto blob = [&](size_t at, size_t room) {
         return ByteView(block.data() + at + 4, std::min<size_t>(Le32(block.data() + at), room));
     };
@@ -56,7 +54,6 @@ Bytes EncodePackage(EVP_PKEY* device, EVP_PKEY* server, ByteView plain, unsigned
 {
     std::string error;
     EXPECT_TRUE(study::LoadProviders(&error)) << error;
-    // The device's public key as it exports it.
     Bignum n = study::KeyNumber(device, OSSL_PKEY_PARAM_RSA_N);
     Bignum e = study::KeyNumber(device, OSSL_PKEY_PARAM_RSA_E);
     const size_t modulusBytes = static_cast<size_t>(BN_num_bytes(n.get()));

@@ -1,7 +1,5 @@
-// A reference encoder of session packages, written from the byte formats
-// alone (it shares no format code with the tools): what the device does at
-// the end of a session, on OpenSSL. Also reads a provisioned block's keys
-// back out of its blobs (with the tools' blob reader).
+// A reference encoder of session packages, sharing no format code with the
+// tools, so that a misreading of the format cannot hide on both sides.
 #pragma once
 
 #include <filesystem>

@@ -1,5 +1,4 @@
-// What the study tools' tests share: temporary folders, running the tools,
-// files, a small ZIP writer, and one study provisioned for the whole run.
+// What the study tools' tests share.
 #pragma once
 
 #include <algorithm>
