@@ -31,6 +31,7 @@ disk="$work/disk"
   > "$work/soak.out" 2>&1
 rc=$?
 grep -v '^sample' "$work/soak.out" | tail -n 20
+grep '^soak' "$work/soak.out"  # the script's own verdict, above the simulators' logs
 python3 - "$work/soak.out" "$rc" "$band_handles" "$band_mb" <<'PY'
 import re, sys
 out, rc, band_h, band_mb = open(sys.argv[1]).read(), int(sys.argv[2]), int(sys.argv[3]), float(sys.argv[4])
