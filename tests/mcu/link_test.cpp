@@ -121,7 +121,7 @@ TEST_F(LinkTest, OpenPulsesTheResetLineAndRaisesHC08ResetWithTheNotesFields)
 {
     std::vector<McuEntry> seen;
     ASSERT_TRUE(mcu.Sync(&seen));
-    EXPECT_FALSE(McuTexts(seen, "line 13 high").empty());
+    EXPECT_FALSE(SimTexts(seen, "line 13 high").empty());
     std::vector<ReceivedEvent> resets = Raw(kHC08Reset);
     ASSERT_EQ(resets.size(), 1u);
     ASSERT_EQ(resets[0].args.size(), 5u);
@@ -250,7 +250,7 @@ TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
     ASSERT_EQ(script->Put(L"MaskWithNoise", I2(0)), S_OK);
     std::vector<McuEntry> seen;
     ASSERT_TRUE(mcu.Sync(&seen));
-    EXPECT_EQ(McuTexts(seen, "host:"),
+    EXPECT_EQ(SimTexts(seen, "host:"),
               (std::vector<std::string>{"host: noise on (5A 02 FF A5)", "host: noise off (5A 02 00 A4)"}));
     // The microcontroller's acceptance raises nothing and logs nothing, and
     // the reader waits on an idle line without a word (it does not spin).

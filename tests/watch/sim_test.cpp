@@ -58,8 +58,11 @@ protected:
     // The commands the watch took since the last look.
     std::vector<std::string> Commands()
     {
-        std::vector<std::string> commands;
-        EXPECT_TRUE(sim.Commands(&commands));
+        std::vector<SimEntry> entries;
+        EXPECT_TRUE(sim.Sync(&entries));
+        std::vector<std::string> commands = SimTexts(entries, "command: ");
+        for (std::string& c : commands)
+            c.erase(0, 9);
         return commands;
     }
 
