@@ -237,7 +237,7 @@ TEST_F(LinkTest, SystemNotesErrorsAndUnknownPackets)
                                                 L"Unknown system error: 5502x ignored.\n"}));
 }
 
-TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
+TEST_F(LinkTest, MaskWithNoiseAndSimulatedPackets)
 {
     VARIANT v;
     VariantInit(&v);
@@ -256,10 +256,8 @@ TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
     // the reader waits on an idle line without a word (it does not spin).
     ASSERT_TRUE(SendAndFence({"wait 300"}));
     EXPECT_TRUE(capture.Lines().empty()) << testing::PrintToString(capture.Lines());
-}
 
-TEST_F(LinkTest, SimulatedPacketsCountTicksFromGoAcrossRollovers)
-{
+    // Simulated packets count ticks from go across rollovers.
     ASSERT_EQ(Call(L"SimTimerGo", {I4(kTicksPerRollover - 16)}), S_OK);
     ASSERT_EQ(Call(L"SimTimerRollover"), S_OK);
     ASSERT_EQ(Call(L"SimPegsMap", {I4(40), I2(0x0F), I2(0xF0)}), S_OK);

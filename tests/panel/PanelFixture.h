@@ -43,10 +43,8 @@ inline GpioEvent Ev(DISPID id, std::vector<int> args)
 // The names of the files in "\Device Temp" that end in suffix (".motr").
 inline std::vector<std::wstring> TempFiles(const std::wstring& suffix)
 {
-    std::vector<std::wstring> names;
-    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
-        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-            names.push_back(name);
+    std::vector<std::wstring> names = FilesIn(L"\\Device Temp");
+    std::erase_if(names, [&](const std::wstring& name) { return !name.ends_with(suffix); });
     return names;
 }
 

@@ -32,7 +32,6 @@ private:
     HRESULT m_hr;
 };
 
-// One event as a sink received it.
 struct ReceivedEvent
 {
     DISPID id = 0;
@@ -40,7 +39,6 @@ struct ReceivedEvent
     bool resultRequested = false;
 };
 
-// An _IBrennockEvents sink that records every call.
 class RecordingSink final : public IDispatch
 {
 public:
@@ -65,29 +63,24 @@ public:
     LONG refs = 1;
 };
 
-// The control object built into this test program (not through COM).
+// The control object built into this test program, not through COM.
 ComPtr<IBrennock> CreateLocalControl();
 CBrennock* AsControl(IBrennock* p);
 
-// The control through COM, from the registered BrennockControl.dll.
 ComPtr<IBrennock> CreateRegisteredControl();
 
-// Advises sink on the control's event connection point; returns the cookie.
 DWORD AdviseSink(IUnknown* control, IUnknown* sink);
 void UnadviseSink(IUnknown* control, DWORD cookie);
 
-// The built DLL's path in Windows form, from the test runner.
 std::wstring BuiltDllPath();
 // The Unix path in an environment variable, in Windows form (empty if unset).
 std::wstring WindowsPathFromEnv(const wchar_t* variable);
 
-// Path of a file on the device disk.
 std::wstring DiskPath(const wchar_t* relative);
 
-// Reads a whole file (empty when missing).
+// Empty when missing.
 std::string ReadFileBytes(const std::wstring& path);
 
-// Lines in the device's assert file so far.
 size_t AssertLines();
 
 // A control bound late, by name, as a script binds it.
