@@ -11,7 +11,6 @@
 
 namespace {
 
-// Event dispatch ids.
 constexpr DISPID kTimerGo = 3, kTimerRollover = 4, kDigitoLeftDownward = 5, kDigitoLeftUpward = 6,
                  kDigitoRightDownward = 7, kDigitoRightUpward = 8, kCapsitLeftDown = 9, kCapsitLeftUp = 10,
                  kCapsitRightDown = 11, kPegsMap = 13, kActivityEnded = 14, kHC08Reset = 19;
@@ -40,7 +39,6 @@ std::string Unhex(const std::string& text)
     return bytes;
 }
 
-// A packet the control's builder makes.
 template <class F>
 std::string Packet(F build)
 {
@@ -59,7 +57,6 @@ std::string SentBytes(const std::vector<McuEntry>& entries)
     return bytes;
 }
 
-// One event's arguments in declaration order, as numbers.
 Numbers Args(const ReceivedEvent& e)
 {
     Numbers out;
@@ -73,7 +70,6 @@ Numbers Args(const ReceivedEvent& e)
 class LinkFixture : public ScriptFixture
 {
 protected:
-    // The events with this id as delivered.
     std::vector<ReceivedEvent> Raw(DISPID id) const
     {
         std::vector<ReceivedEvent> out;
@@ -82,7 +78,6 @@ protected:
         return out;
     }
 
-    // The arguments of the n-th event with this id.
     Numbers ArgsOf(DISPID id, size_t n = 0) const
     {
         std::vector<ReceivedEvent> events = Raw(id);
@@ -188,7 +183,6 @@ TEST_F(LinkTest, ATappingTestEndToEnd)
 
 TEST_F(LinkTest, FramingSplitPacketsGarbageAndTheDigitoGate)
 {
-    // A packet over two reads.
     ASSERT_TRUE(SendAndFence({"split 3 30 go at 0x3456"}));
     ASSERT_EQ(Events(kTimerGo).size(), 1u);
     EXPECT_EQ(ArgsOf(kTimerGo), Numbers{0x3456});

@@ -46,11 +46,12 @@ public:
     ~RecordingSink();
 
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
-    STDMETHODIMP_(ULONG) AddRef() override;
-    STDMETHODIMP_(ULONG) Release() override;
-    STDMETHODIMP GetTypeInfoCount(UINT* pctinfo) override;
-    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override;
-    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override;
+    STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&refs); }
+    // Sinks live on the test's stack; the count only tells who still holds one.
+    STDMETHODIMP_(ULONG) Release() override { return InterlockedDecrement(&refs); }
+    STDMETHODIMP GetTypeInfoCount(UINT* pctinfo) override { return *pctinfo = 0, S_OK; }
+    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
     STDMETHODIMP Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
                         VARIANT* result, EXCEPINFO*, UINT*) override;
 
@@ -65,18 +66,17 @@ public:
 
 // The control object built into this test program, not through COM.
 ComPtr<IBrennock> CreateLocalControl();
-CBrennock* AsControl(IBrennock* p);
+inline CBrennock* AsControl(IBrennock* p) { return static_cast<CBrennock*>(p); }
 
 ComPtr<IBrennock> CreateRegisteredControl();
 
 DWORD AdviseSink(IUnknown* control, IUnknown* sink);
 void UnadviseSink(IUnknown* control, DWORD cookie);
 
-std::wstring BuiltDllPath();
 // The Unix path in an environment variable, in Windows form (empty if unset).
 std::wstring WindowsPathFromEnv(const wchar_t* variable);
-
-std::wstring DiskPath(const wchar_t* relative);
+inline std::wstring BuiltDllPath() { return WindowsPathFromEnv(L"BRENNOCK_DLL"); }
+inline std::wstring DiskPath(const wchar_t* relative) { return relative; }
 
 // Empty when missing.
 std::string ReadFileBytes(const std::wstring& path);
@@ -91,9 +91,20 @@ public:
 
     // A method, arguments in declaration order. A failure the method raised
     // comes back as its own code.
-    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr);
-    HRESULT Get(const wchar_t* name, VARIANT* result);
-    HRESULT Put(const wchar_t* name, VARIANT value);
+    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr)
+    {
+        return Invoke(name, DISPATCH_METHOD, args, result);
+    }
+    HRESULT Get(const wchar_t* name, VARIANT* result)
+    {
+        std::vector<VARIANT> none;
+        return Invoke(name, DISPATCH_PROPERTYGET, none, result);
+    }
+    HRESULT Put(const wchar_t* name, VARIANT value)
+    {
+        std::vector<VARIANT> args{value};
+        return Invoke(name, DISPATCH_PROPERTYPUT, args, nullptr);
+    }
 
     static VARIANT I2(short v);
     static VARIANT I4(long v);

@@ -24,6 +24,4 @@ void ProvisionDisk(const std::string& params = kBenchParams);
 
 std::string NVRAMImage(DWORD deviceId, ULONGLONG prevSession, short pictureIndex, const std::string& keyBlob,
                        BYTE version = 2, const char* magic = "QVMR");
-// A 4660-byte configuration block: the boot loader's magic, nvram at the
-// NVRAM area, and the rest erased.
 std::string ConfigBlock(const std::string& nvram);

@@ -34,7 +34,6 @@ protected:
         WatchFixture::SetUp();
     }
 
-    // Seats a watch with this log address and waits for its parameters.
     void Seat(const char* logAddress = "0x1000")
     {
         ASSERT_TRUE(sim.Send(std::string("logaddr ") + logAddress));
@@ -43,7 +42,6 @@ protected:
         ASSERT_TRUE(sim.Sync());
     }
 
-    // Seats a watch that stalls in its first block, and starts a save.
     void SaveIntoAStall()
     {
         Seat();
@@ -55,7 +53,6 @@ protected:
         ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
     }
 
-    // The commands the watch took since the last look.
     std::vector<std::string> Commands()
     {
         std::vector<SimEntry> entries;
