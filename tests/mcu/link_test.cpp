@@ -11,7 +11,6 @@
 
 namespace {
 
-// Event dispatch ids.
 constexpr DISPID kTimerGo = 3, kTimerRollover = 4, kDigitoLeftDownward = 5, kDigitoLeftUpward = 6,
                  kDigitoRightDownward = 7, kDigitoRightUpward = 8, kCapsitLeftDown = 9, kCapsitLeftUp = 10,
                  kCapsitRightDown = 11, kPegsMap = 13, kActivityEnded = 14, kHC08Reset = 19;
@@ -40,7 +39,6 @@ std::string Unhex(const std::string& text)
     return bytes;
 }
 
-// A packet the control's builder makes.
 template <class F>
 std::string Packet(F build)
 {
@@ -59,7 +57,6 @@ std::string SentBytes(const std::vector<McuEntry>& entries)
     return bytes;
 }
 
-// One event's arguments in declaration order, as numbers.
 Numbers Args(const ReceivedEvent& e)
 {
     Numbers out;
@@ -73,7 +70,6 @@ Numbers Args(const ReceivedEvent& e)
 class LinkFixture : public ScriptFixture
 {
 protected:
-    // The events with this id as delivered.
     std::vector<ReceivedEvent> Raw(DISPID id) const
     {
         std::vector<ReceivedEvent> out;
@@ -82,7 +78,6 @@ protected:
         return out;
     }
 
-    // The arguments of the n-th event with this id.
     Numbers ArgsOf(DISPID id, size_t n = 0) const
     {
         std::vector<ReceivedEvent> events = Raw(id);
@@ -121,7 +116,7 @@ TEST_F(LinkTest, OpenPulsesTheResetLineAndRaisesHC08ResetWithTheNotesFields)
 {
     std::vector<McuEntry> seen;
     ASSERT_TRUE(mcu.Sync(&seen));
-    EXPECT_FALSE(McuTexts(seen, "line 13 high").empty());
+    EXPECT_FALSE(SimTexts(seen, "line 13 high").empty());
     std::vector<ReceivedEvent> resets = Raw(kHC08Reset);
     ASSERT_EQ(resets.size(), 1u);
     ASSERT_EQ(resets[0].args.size(), 5u);
@@ -188,7 +183,6 @@ TEST_F(LinkTest, ATappingTestEndToEnd)
 
 TEST_F(LinkTest, FramingSplitPacketsGarbageAndTheDigitoGate)
 {
-    // A packet over two reads.
     ASSERT_TRUE(SendAndFence({"split 3 30 go at 0x3456"}));
     ASSERT_EQ(Events(kTimerGo).size(), 1u);
     EXPECT_EQ(ArgsOf(kTimerGo), Numbers{0x3456});
@@ -237,7 +231,7 @@ TEST_F(LinkTest, SystemNotesErrorsAndUnknownPackets)
                                                 L"Unknown system error: 5502x ignored.\n"}));
 }
 
-TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
+TEST_F(LinkTest, MaskWithNoiseAndSimulatedPackets)
 {
     VARIANT v;
     VariantInit(&v);
@@ -250,16 +244,14 @@ TEST_F(LinkTest, MaskWithNoiseSendsTheCommandAndReadsBack)
     ASSERT_EQ(script->Put(L"MaskWithNoise", I2(0)), S_OK);
     std::vector<McuEntry> seen;
     ASSERT_TRUE(mcu.Sync(&seen));
-    EXPECT_EQ(McuTexts(seen, "host:"),
+    EXPECT_EQ(SimTexts(seen, "host:"),
               (std::vector<std::string>{"host: noise on (5A 02 FF A5)", "host: noise off (5A 02 00 A4)"}));
     // The microcontroller's acceptance raises nothing and logs nothing, and
     // the reader waits on an idle line without a word (it does not spin).
     ASSERT_TRUE(SendAndFence({"wait 300"}));
     EXPECT_TRUE(capture.Lines().empty()) << testing::PrintToString(capture.Lines());
-}
 
-TEST_F(LinkTest, SimulatedPacketsCountTicksFromGoAcrossRollovers)
-{
+    // Simulated packets count ticks from go across rollovers.
     ASSERT_EQ(Call(L"SimTimerGo", {I4(kTicksPerRollover - 16)}), S_OK);
     ASSERT_EQ(Call(L"SimTimerRollover"), S_OK);
     ASSERT_EQ(Call(L"SimPegsMap", {I4(40), I2(0x0F), I2(0xF0)}), S_OK);

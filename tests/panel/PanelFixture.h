@@ -40,13 +40,10 @@ inline GpioEvent Ev(DISPID id, std::vector<int> args)
     return GpioEvent{id, std::move(args), 0};
 }
 
-// The names of the files in "\Device Temp" that end in suffix (".motr").
 inline std::vector<std::wstring> TempFiles(const std::wstring& suffix)
 {
-    std::vector<std::wstring> names;
-    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
-        if (name.size() > suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-            names.push_back(name);
+    std::vector<std::wstring> names = FilesIn(L"\\Device Temp");
+    std::erase_if(names, [&](const std::wstring& name) { return !name.ends_with(suffix); });
     return names;
 }
 
@@ -71,7 +68,6 @@ protected:
             UnadviseSink(m_control, m_cookie);
     }
 
-    // Runs the loop until done(), counting the GPIO heartbeats dispatched.
     bool Pump(const std::function<bool()>& done)
     {
         return PumpUntil(done, 30000, [this](const MSG& msg) {
@@ -93,7 +89,6 @@ protected:
         return Pump([&] { return Events(id).size() >= count; });
     }
 
-    // The events so far that keep(id) holds for.
     std::vector<GpioEvent> Events(const std::function<bool(DISPID)>& keep = [](DISPID) { return true; }) const
     {
         std::vector<GpioEvent> out;
@@ -120,7 +115,6 @@ protected:
         return Events([](DISPID e) { return e != kLidMoved && e != kHC08ResetEvent; });
     }
 
-    // What the panel saw since the last call.
     std::vector<PanelEntry> Seen()
     {
         std::vector<PanelEntry> entries;

@@ -29,10 +29,9 @@ protected:
     // The level changes seen since the last look (the carrier pulses from Open on).
     std::vector<std::string> Changes(bool carrier = false)
     {
-        std::vector<std::string> changes;
-        for (const std::string& c : LineChanges(Seen()))
-            if (c.find("output") == std::string::npos && (carrier || c.rfind("41 ", 0) != 0))
-                changes.push_back(c);
+        std::vector<std::string> changes = LineChanges(Seen());
+        std::erase_if(changes,
+                      [&](const std::string& c) { return c.ends_with("output") || (!carrier && c.starts_with("41 ")); });
         return changes;
     }
 

@@ -62,10 +62,8 @@ TEST_F(ScriptTest, EveryLedIdDrivesItsOwnLine)
     ASSERT_EQ(Call(L"SetBacklightPower", {I2(1)}), S_OK);
     ASSERT_EQ(Call(L"SetBacklightPower", {I2(0)}), S_OK);
 
-    std::vector<std::string> levels;
-    for (const std::string& c : LineChanges(Seen()))
-        if (c.find("output") == std::string::npos)
-            levels.push_back(c);
+    std::vector<std::string> levels = LineChanges(Seen());
+    std::erase_if(levels, [](const std::string& c) { return c.ends_with("output"); });
     EXPECT_EQ(levels, (std::vector<std::string>{"84 high", "52 high", "53 high", "54 high", "81 high",
                                                 "83 high", "84 low", "52 low", "53 low", "54 low",
                                                 "81 low", "83 low", "38 high", "38 low"}));

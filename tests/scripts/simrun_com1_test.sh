@@ -3,9 +3,8 @@
 # the prefix's Wine server was down before simrun started or already up: as
 # the server brings the prefix's system processes up, Wine's device manager
 # relinks dosdevices/com1 to /dev/ttyS0 (where that exists), losing a COM1
-# link made before.   tests/scripts/simrun_com1_test.sh PROGRAM (test_simrun.exe)
-# The runs use a Wine prefix of their own, removed afterwards, so that
-# stopping and starting its server disturbs no other test.
+# link made before. A prefix of its own, so stopping its server disturbs no
+# other test.
 set -uo pipefail
 prog="${1:?usage: simrun_com1_test.sh PROGRAM}"
 root=$(cd "$(dirname "$0")/../.." && pwd)

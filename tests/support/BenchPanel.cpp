@@ -1,5 +1,6 @@
 #include "tests/support/BenchPanel.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace {
@@ -11,27 +12,15 @@ PanelEntry Parse(const std::string& raw)
     in >> e.ms >> e.what;
     if (e.what == "line")
         in >> e.line >> e.state;
-    std::getline(in, e.text);
-    size_t start = e.text.find_first_not_of(' ');
-    e.text = (start == std::string::npos) ? "" : e.text.substr(start);
+    std::getline(in >> std::ws, e.text);
     return e;
 }
 
 }  // namespace
 
-bool BenchPanel::Running()
-{
-    return BenchPanel().m_channel.Running();
-}
-
-bool BenchPanel::Send(const std::string& command)
-{
-    return m_channel.Send(command);
-}
-
 bool BenchPanel::Sync(std::vector<PanelEntry>* entries, DWORD timeoutMs)
 {
-    return m_channel.Sync(entries, Parse, timeoutMs);
+    return SimChannel::Sync(entries, Parse, timeoutMs);
 }
 
 std::vector<std::string> LineStates(const std::vector<PanelEntry>& entries, int line)
@@ -45,10 +34,8 @@ std::vector<std::string> LineStates(const std::vector<PanelEntry>& entries, int 
 
 std::vector<std::string> LineLevels(const std::vector<PanelEntry>& entries, int line)
 {
-    std::vector<std::string> levels;
-    for (const PanelEntry& e : entries)
-        if (e.what == "line" && e.line == line && (e.state == "high" || e.state == "low"))
-            levels.push_back(e.state);
+    std::vector<std::string> levels = LineStates(entries, line);
+    std::erase_if(levels, [](const std::string& s) { return s != "high" && s != "low"; });
     return levels;
 }
 

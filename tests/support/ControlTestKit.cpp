@@ -27,33 +27,6 @@ STDMETHODIMP RecordingSink::QueryInterface(REFIID riid, void** ppv)
     return E_NOINTERFACE;
 }
 
-STDMETHODIMP_(ULONG) RecordingSink::AddRef()
-{
-    return InterlockedIncrement(&refs);
-}
-
-STDMETHODIMP_(ULONG) RecordingSink::Release()
-{
-    // Sinks live on the test's stack; the count only tells who still holds one.
-    return InterlockedDecrement(&refs);
-}
-
-STDMETHODIMP RecordingSink::GetTypeInfoCount(UINT* pctinfo)
-{
-    *pctinfo = 0;
-    return S_OK;
-}
-
-STDMETHODIMP RecordingSink::GetTypeInfo(UINT, LCID, ITypeInfo**)
-{
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP RecordingSink::GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*)
-{
-    return E_NOTIMPL;
-}
-
 STDMETHODIMP RecordingSink::Invoke(DISPID id, REFIID, LCID lcid, WORD flags, DISPPARAMS* params,
                                    VARIANT* result, EXCEPINFO*, UINT*)
 {
@@ -86,11 +59,6 @@ ComPtr<IBrennock> CreateLocalControl()
     return control;
 }
 
-CBrennock* AsControl(IBrennock* p)
-{
-    return static_cast<CBrennock*>(p);
-}
-
 ComPtr<IBrennock> CreateRegisteredControl()
 {
     ComPtr<IBrennock> control;
@@ -99,25 +67,28 @@ ComPtr<IBrennock> CreateRegisteredControl()
     return control;
 }
 
-DWORD AdviseSink(IUnknown* control, IUnknown* sink)
+namespace {
+ComPtr<IConnectionPoint> EventsPoint(IUnknown* control)
 {
     ComPtr<IConnectionPointContainer> cpc;
     ComPtr<IConnectionPoint> cp;
+    if (SUCCEEDED(control->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(cpc.GetAddressOf()))))
+        cpc->FindConnectionPoint(DIID__IBrennockEvents, cp.GetAddressOf());
+    return cp;
+}
+}  // namespace
+
+DWORD AdviseSink(IUnknown* control, IUnknown* sink)
+{
     DWORD cookie = 0;
-    if (SUCCEEDED(control->QueryInterface(IID_IConnectionPointContainer,
-                                          reinterpret_cast<void**>(cpc.GetAddressOf()))) &&
-        SUCCEEDED(cpc->FindConnectionPoint(DIID__IBrennockEvents, cp.GetAddressOf())))
+    if (ComPtr<IConnectionPoint> cp = EventsPoint(control))
         cp->Advise(sink, &cookie);
     return cookie;
 }
 
 void UnadviseSink(IUnknown* control, DWORD cookie)
 {
-    ComPtr<IConnectionPointContainer> cpc;
-    ComPtr<IConnectionPoint> cp;
-    if (SUCCEEDED(control->QueryInterface(IID_IConnectionPointContainer,
-                                          reinterpret_cast<void**>(cpc.GetAddressOf()))) &&
-        SUCCEEDED(cpc->FindConnectionPoint(DIID__IBrennockEvents, cp.GetAddressOf())))
+    if (ComPtr<IConnectionPoint> cp = EventsPoint(control))
         cp->Unadvise(cookie);
 }
 
@@ -131,16 +102,6 @@ std::wstring WindowsPathFromEnv(const wchar_t* variable)
     for (const wchar_t* p = unixPath; *p; ++p)
         path += (*p == L'/') ? L'\\' : *p;
     return path;
-}
-
-std::wstring BuiltDllPath()
-{
-    return WindowsPathFromEnv(L"BRENNOCK_DLL");
-}
-
-std::wstring DiskPath(const wchar_t* relative)
-{
-    return std::wstring(relative);
 }
 
 std::string ReadFileBytes(const std::wstring& path)
@@ -190,27 +151,9 @@ HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIAN
     return hr;
 }
 
-HRESULT ScriptObject::Call(const wchar_t* name, std::vector<VARIANT> args, VARIANT* result)
-{
-    return Invoke(name, DISPATCH_METHOD, args, result);
-}
-
-HRESULT ScriptObject::Get(const wchar_t* name, VARIANT* result)
-{
-    std::vector<VARIANT> none;
-    return Invoke(name, DISPATCH_PROPERTYGET, none, result);
-}
-
-HRESULT ScriptObject::Put(const wchar_t* name, VARIANT value)
-{
-    std::vector<VARIANT> args{value};
-    return Invoke(name, DISPATCH_PROPERTYPUT, args, nullptr);
-}
-
 VARIANT ScriptObject::I2(short v)
 {
-    VARIANT r;
-    VariantInit(&r);
+    VARIANT r{};
     r.vt = VT_I2;
     r.iVal = v;
     return r;
@@ -218,8 +161,7 @@ VARIANT ScriptObject::I2(short v)
 
 VARIANT ScriptObject::I4(long v)
 {
-    VARIANT r;
-    VariantInit(&r);
+    VARIANT r{};
     r.vt = VT_I4;
     r.lVal = v;
     return r;
@@ -227,8 +169,7 @@ VARIANT ScriptObject::I4(long v)
 
 VARIANT ScriptObject::R8(double v)
 {
-    VARIANT r;
-    VariantInit(&r);
+    VARIANT r{};
     r.vt = VT_R8;
     r.dblVal = v;
     return r;
@@ -236,8 +177,7 @@ VARIANT ScriptObject::R8(double v)
 
 VARIANT ScriptObject::Str(const wchar_t* s)
 {
-    VARIANT r;
-    VariantInit(&r);
+    VARIANT r{};
     r.vt = VT_BSTR;
     r.bstrVal = SysAllocString(s);
     return r;

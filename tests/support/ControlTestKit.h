@@ -32,7 +32,6 @@ private:
     HRESULT m_hr;
 };
 
-// One event as a sink received it.
 struct ReceivedEvent
 {
     DISPID id = 0;
@@ -40,7 +39,6 @@ struct ReceivedEvent
     bool resultRequested = false;
 };
 
-// An _IBrennockEvents sink that records every call.
 class RecordingSink final : public IDispatch
 {
 public:
@@ -48,11 +46,12 @@ public:
     ~RecordingSink();
 
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
-    STDMETHODIMP_(ULONG) AddRef() override;
-    STDMETHODIMP_(ULONG) Release() override;
-    STDMETHODIMP GetTypeInfoCount(UINT* pctinfo) override;
-    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override;
-    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override;
+    STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&refs); }
+    // Sinks live on the test's stack; the count only tells who still holds one.
+    STDMETHODIMP_(ULONG) Release() override { return InterlockedDecrement(&refs); }
+    STDMETHODIMP GetTypeInfoCount(UINT* pctinfo) override { return *pctinfo = 0, S_OK; }
+    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
     STDMETHODIMP Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
                         VARIANT* result, EXCEPINFO*, UINT*) override;
 
@@ -65,29 +64,23 @@ public:
     LONG refs = 1;
 };
 
-// The control object built into this test program (not through COM).
+// The control object built into this test program, not through COM.
 ComPtr<IBrennock> CreateLocalControl();
-CBrennock* AsControl(IBrennock* p);
+inline CBrennock* AsControl(IBrennock* p) { return static_cast<CBrennock*>(p); }
 
-// The control through COM, from the registered BrennockControl.dll.
 ComPtr<IBrennock> CreateRegisteredControl();
 
-// Advises sink on the control's event connection point; returns the cookie.
 DWORD AdviseSink(IUnknown* control, IUnknown* sink);
 void UnadviseSink(IUnknown* control, DWORD cookie);
 
-// The built DLL's path in Windows form, from the test runner.
-std::wstring BuiltDllPath();
 // The Unix path in an environment variable, in Windows form (empty if unset).
 std::wstring WindowsPathFromEnv(const wchar_t* variable);
+inline std::wstring BuiltDllPath() { return WindowsPathFromEnv(L"BRENNOCK_DLL"); }
+inline std::wstring DiskPath(const wchar_t* relative) { return relative; }
 
-// Path of a file on the device disk.
-std::wstring DiskPath(const wchar_t* relative);
-
-// Reads a whole file (empty when missing).
+// Empty when missing.
 std::string ReadFileBytes(const std::wstring& path);
 
-// Lines in the device's assert file so far.
 size_t AssertLines();
 
 // A control bound late, by name, as a script binds it.
@@ -98,9 +91,20 @@ public:
 
     // A method, arguments in declaration order. A failure the method raised
     // comes back as its own code.
-    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr);
-    HRESULT Get(const wchar_t* name, VARIANT* result);
-    HRESULT Put(const wchar_t* name, VARIANT value);
+    HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr)
+    {
+        return Invoke(name, DISPATCH_METHOD, args, result);
+    }
+    HRESULT Get(const wchar_t* name, VARIANT* result)
+    {
+        std::vector<VARIANT> none;
+        return Invoke(name, DISPATCH_PROPERTYGET, none, result);
+    }
+    HRESULT Put(const wchar_t* name, VARIANT value)
+    {
+        std::vector<VARIANT> args{value};
+        return Invoke(name, DISPATCH_PROPERTYPUT, args, nullptr);
+    }
 
     static VARIANT I2(short v);
     static VARIANT I4(long v);

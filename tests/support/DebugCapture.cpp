@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -20,37 +21,25 @@ thread_local bool t_lastWasWide = false;
 LONG CALLBACK OnException(EXCEPTION_POINTERS* info)
 {
     const EXCEPTION_RECORD* rec = info->ExceptionRecord;
-    if (rec->ExceptionCode == kPrintW && rec->NumberParameters >= 2) {
-        const wchar_t* text = reinterpret_cast<const wchar_t*>(rec->ExceptionInformation[1]);
-        size_t len = static_cast<size_t>(rec->ExceptionInformation[0]);
-        std::wstring line = text ? std::wstring(text, len ? len - 1 : 0) : std::wstring();
-        {
-            std::lock_guard<std::mutex> hold(g_lock);
-            g_lines.push_back(line);
-        }
-        t_lastWasWide = true;
+    const bool wide = rec->ExceptionCode == kPrintW;
+    if ((!wide && rec->ExceptionCode != kPrintA) || rec->NumberParameters < 2)
+        return EXCEPTION_CONTINUE_SEARCH;
+    // A wide line may be re-raised in its narrow form right after; keep one.
+    if (!wide && std::exchange(t_lastWasWide, false))
         return EXCEPTION_CONTINUE_EXECUTION;
+    t_lastWasWide = wide;
+    const int len = static_cast<int>(rec->ExceptionInformation[0]) - 1;
+    const auto* text = reinterpret_cast<const void*>(rec->ExceptionInformation[1]);
+    std::wstring line;
+    if (text != nullptr && len > 0 && wide) {
+        line.assign(static_cast<const wchar_t*>(text), len);
+    } else if (text != nullptr && len > 0) {
+        line.resize(MultiByteToWideChar(CP_ACP, 0, static_cast<const char*>(text), len, nullptr, 0));
+        MultiByteToWideChar(CP_ACP, 0, static_cast<const char*>(text), len, line.data(), int(line.size()));
     }
-    if (rec->ExceptionCode == kPrintA && rec->NumberParameters >= 2) {
-        // A wide line may be re-raised in its narrow form right after; keep one.
-        if (t_lastWasWide) {
-            t_lastWasWide = false;
-            return EXCEPTION_CONTINUE_EXECUTION;
-        }
-        const char* text = reinterpret_cast<const char*>(rec->ExceptionInformation[1]);
-        size_t len = static_cast<size_t>(rec->ExceptionInformation[0]);
-        std::string narrow = text ? std::string(text, len ? len - 1 : 0) : std::string();
-        std::wstring line;
-        if (!narrow.empty()) {
-            int n = MultiByteToWideChar(CP_ACP, 0, narrow.data(), (int)narrow.size(), nullptr, 0);
-            line.resize(n);
-            MultiByteToWideChar(CP_ACP, 0, narrow.data(), (int)narrow.size(), line.data(), n);
-        }
-        std::lock_guard<std::mutex> hold(g_lock);
-        g_lines.push_back(line);
-        return EXCEPTION_CONTINUE_EXECUTION;
-    }
-    return EXCEPTION_CONTINUE_SEARCH;
+    std::lock_guard<std::mutex> hold(g_lock);
+    g_lines.push_back(line);
+    return EXCEPTION_CONTINUE_EXECUTION;
 }
 
 }  // namespace

@@ -15,16 +15,13 @@ extern const char kBenchParams[];
 bool WriteDiskFile(const std::wstring& path, const std::string& bytes);
 void DeleteDiskFile(const std::wstring& path);
 bool DiskFileExists(const std::wstring& path);
-// The names of the files (not folders) in a folder, in the order listed.
+// Files only, not folders, in the order listed.
 std::vector<std::wstring> FilesIn(const std::wstring& folder);
 
 // params.txt as given, and a device whose flash was never written and that
 // has no simulation file: the NVRAM comes up with its defaults.
 void ProvisionDisk(const std::string& params = kBenchParams);
 
-// A 35-byte NVRAM image.
 std::string NVRAMImage(DWORD deviceId, ULONGLONG prevSession, short pictureIndex, const std::string& keyBlob,
                        BYTE version = 2, const char* magic = "QVMR");
-// A 4660-byte configuration block: the boot loader's magic, nvram at the
-// NVRAM area, and the rest erased.
 std::string ConfigBlock(const std::string& nvram);

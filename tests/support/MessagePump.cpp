@@ -1,6 +1,7 @@
 #include "tests/support/MessagePump.h"
 
 #include <cwchar>
+#include <utility>
 
 bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs,
                const std::function<void(const MSG&)>& onMessage)
@@ -23,28 +24,15 @@ bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs,
     }
 }
 
-namespace {
-struct FindContext
-{
-    const wchar_t* className;
-    HWND found;
-};
-
-BOOL CALLBACK FindOne(HWND hwnd, LPARAM param)
-{
-    auto* ctx = reinterpret_cast<FindContext*>(param);
-    wchar_t name[128];
-    if (GetClassNameW(hwnd, name, 128) && wcscmp(name, ctx->className) == 0) {
-        ctx->found = hwnd;
-        return FALSE;
-    }
-    return TRUE;
-}
-}  // namespace
-
 HWND FindThreadWindow(const wchar_t* className)
 {
-    FindContext ctx = {className, nullptr};
-    EnumThreadWindows(GetCurrentThreadId(), FindOne, reinterpret_cast<LPARAM>(&ctx));
-    return ctx.found;
+    std::pair<const wchar_t*, HWND> ctx{className, nullptr};
+    EnumThreadWindows(GetCurrentThreadId(), [](HWND hwnd, LPARAM param) -> BOOL {
+        auto* ctx = reinterpret_cast<std::pair<const wchar_t*, HWND>*>(param);
+        wchar_t name[128];
+        if (GetClassNameW(hwnd, name, 128) && wcscmp(name, ctx->first) == 0)
+            ctx->second = hwnd;
+        return ctx->second == nullptr;
+    }, reinterpret_cast<LPARAM>(&ctx));
+    return ctx.second;
 }

@@ -13,5 +13,4 @@
 bool PumpUntil(const std::function<bool()>& done, DWORD timeoutMs = 30000,
                const std::function<void(const MSG&)>& onMessage = {});
 
-// The first window of this thread with the given class name, or null.
 HWND FindThreadWindow(const wchar_t* className);

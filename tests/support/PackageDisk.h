@@ -7,7 +7,7 @@
 
 #include <string>
 
-// The study folder's configuration block (BRENNOCK_STUDY/flashblock.bin).
+// BRENNOCK_STUDY/flashblock.bin
 std::string StudyBlock();
 // Installs the compression library at "\Device Software\MarrowbyGzip.dll",
 // or removes it.
@@ -16,5 +16,4 @@ bool InstallCompressLibrary(bool present);
 // under the given name; does nothing when the variable is unset.
 void KeepForChecks(const std::wstring& diskPath, const std::wstring& name);
 
-// Little-endian 32-bit field of a byte string.
 DWORD Field32(const std::string& bytes, size_t offset);

@@ -7,10 +7,6 @@
 
 int SimChannel::s_marks = 0;
 
-SimChannel::SimChannel(const wchar_t* log, const wchar_t* commands) : m_log(log), m_commands(commands)
-{
-}
-
 bool SimChannel::Running() const
 {
     return GetFileAttributesW(m_log) != INVALID_FILE_ATTRIBUTES;
@@ -86,8 +82,7 @@ std::vector<std::string> SimChannel::Lines(const std::string& text)
 {
     std::vector<std::string> lines;
     std::istringstream in(text);
-    std::string raw;
-    while (std::getline(in, raw))
+    for (std::string raw; std::getline(in, raw);)
         if (!raw.empty())
             lines.push_back(raw);
     return lines;
@@ -98,17 +93,13 @@ SimEntry SimChannel::ParseEntry(const std::string& line)
     SimEntry e;
     std::istringstream in(line);
     in >> e.ms;
-    std::getline(in, e.text);
-    size_t start = e.text.find_first_not_of(' ');
-    e.text = (start == std::string::npos) ? "" : e.text.substr(start);
+    std::getline(in >> std::ws, e.text);
     return e;
 }
 
 bool SimChannel::WaitText(const std::string& prefix, std::string* text, DWORD timeoutMs)
 {
-    auto begins = [&prefix](const std::string& line) {
-        return ParseEntry(line).text.compare(0, prefix.size(), prefix) == 0;
-    };
+    auto begins = [&prefix](const std::string& line) { return ParseEntry(line).text.starts_with(prefix); };
     std::string raw;
     if (!WaitLine(begins, &raw, timeoutMs))
         return false;
@@ -121,7 +112,7 @@ std::vector<std::string> SimTexts(const std::vector<SimEntry>& entries, const st
 {
     std::vector<std::string> texts;
     for (const SimEntry& e : entries)
-        if (e.text.compare(0, prefix.size(), prefix) == 0)
+        if (e.text.starts_with(prefix))
             texts.push_back(e.text);
     return texts;
 }

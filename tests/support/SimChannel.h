@@ -20,12 +20,10 @@ class SimChannel
 {
 public:
     // Device-disk paths, e.g. L"\\panel.log" and L"\\panel.cmd".
-    SimChannel(const wchar_t* log, const wchar_t* commands);
+    SimChannel(const wchar_t* log, const wchar_t* commands) : m_log(log), m_commands(commands) {}
 
     // True when the simulator is logging on this device disk.
     bool Running() const;
-
-    // Appends one command line.
     bool Send(const std::string& command) const;
 
     // Writes a mark and waits (without pumping messages) until the simulator
@@ -54,10 +52,7 @@ public:
     bool WaitLine(const std::function<bool(const std::string& line)>& matches, std::string* line,
                   DWORD timeoutMs);
 
-    // The lines of text that are not empty, in order.
     static std::vector<std::string> Lines(const std::string& text);
-
-    // A log line as an entry.
     static SimEntry ParseEntry(const std::string& line);
 
     // Waits for a line whose text begins with prefix (see WaitLine) and
@@ -69,6 +64,24 @@ private:
     const wchar_t* m_commands;
     size_t m_offset = 0;
     static int s_marks;
+};
+
+// A simulator whose log lines are plain entries (the microcontroller's, the
+// watch's): Sync waits until every command sent before has run and every
+// line edge the control made before has been answered.
+class SimLog : public SimChannel
+{
+public:
+    using SimChannel::SimChannel;
+    bool Sync(std::vector<SimEntry>* entries = nullptr, DWORD timeoutMs = 30000)
+    {
+        return SimChannel::Sync(entries, ParseEntry, timeoutMs);
+    }
+    // A timeout to match for results that take long (a 60-second burst).
+    bool Wait(const std::string& prefix, std::string* text, DWORD timeoutMs = 30000)
+    {
+        return WaitText(prefix, text, timeoutMs);
+    }
 };
 
 // The texts of the entries that begin with prefix, in order.

@@ -27,31 +27,11 @@ ULONGLONG TimeCount(const wchar_t* text)
     return count;
 }
 
-TestClock::TestClock() : m_local(ParseTime(L"Mon 02 Feb 2004 09:00:00"))
-{
-    m_previous = LocalClockInstall(this);
-}
-
-TestClock::~TestClock()
-{
-    LocalClockInstall(m_previous);
-}
-
-void TestClock::SetLocal(const wchar_t* text)
-{
-    m_local = ParseTime(text);
-}
-
 void TestClock::SetInstant(const wchar_t* utcText, const TIME_ZONE_INFORMATION& zone)
 {
     SYSTEMTIME utc = ParseTime(utcText);
     TIME_ZONE_INFORMATION z = zone;
     SystemTimeToTzSpecificLocalTime(&z, &utc, &m_local);
-}
-
-void TestClock::Now(SYSTEMTIME* local)
-{
-    *local = m_local;
 }
 
 TIME_ZONE_INFORMATION UkTimeZone()

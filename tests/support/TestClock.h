@@ -8,17 +8,20 @@
 
 #include "session/LocalClock.h"
 
+// With its true day of week.
+SYSTEMTIME ParseTime(const wchar_t* text);
+
 class TestClock final : public ILocalClock
 {
 public:
-    TestClock();   // becomes the control's clock
-    ~TestClock();  // gives the system clock back
+    TestClock() : m_local(ParseTime(L"Mon 02 Feb 2004 09:00:00")), m_previous(LocalClockInstall(this)) {}
+    ~TestClock() { LocalClockInstall(m_previous); }
 
     // "Mon 02 Feb 2004 09:30:00"; the day of week is worked out from the date.
-    void SetLocal(const wchar_t* text);
+    void SetLocal(const wchar_t* text) { m_local = ParseTime(text); }
     // A UTC instant (same text form) as local time in zone.
     void SetInstant(const wchar_t* utcText, const TIME_ZONE_INFORMATION& zone);
-    void Now(SYSTEMTIME* local) override;
+    void Now(SYSTEMTIME* local) override { *local = m_local; }
 
 private:
     SYSTEMTIME m_local;
@@ -29,7 +32,5 @@ private:
 // Sunday of March and back at 01:00 UTC on the last Sunday of October.
 TIME_ZONE_INFORMATION UkTimeZone();
 
-// Script text to a SYSTEMTIME with its true day of week.
-SYSTEMTIME ParseTime(const wchar_t* text);
 std::wstring TimeText(const SYSTEMTIME& st);
 ULONGLONG TimeCount(const wchar_t* text);

@@ -8,7 +8,6 @@
 
 namespace {
 
-// A parameter reply whose third field is the log address.
 std::string ParmReply(const std::string& address)
 {
     return "\rBRENNOCK WATCH V2.1\rID 00AF\r" + address + "\rBATT 3.0V";
@@ -41,7 +40,6 @@ protected:
         capture.Clear();
     }
 
-    // Block responses as the command thread would post them, read or failed.
     void Blocks(std::initializer_list<bool> success)
     {
         for (bool ok : success)

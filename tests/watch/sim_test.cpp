@@ -34,7 +34,6 @@ protected:
         WatchFixture::SetUp();
     }
 
-    // Seats a watch with this log address and waits for its parameters.
     void Seat(const char* logAddress = "0x1000")
     {
         ASSERT_TRUE(sim.Send(std::string("logaddr ") + logAddress));
@@ -43,7 +42,6 @@ protected:
         ASSERT_TRUE(sim.Sync());
     }
 
-    // Seats a watch that stalls in its first block, and starts a save.
     void SaveIntoAStall()
     {
         Seat();
@@ -55,11 +53,13 @@ protected:
         ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
     }
 
-    // The commands the watch took since the last look.
     std::vector<std::string> Commands()
     {
-        std::vector<std::string> commands;
-        EXPECT_TRUE(sim.Commands(&commands));
+        std::vector<SimEntry> entries;
+        EXPECT_TRUE(sim.Sync(&entries));
+        std::vector<std::string> commands = SimTexts(entries, "command: ");
+        for (std::string& c : commands)
+            c.erase(0, 9);
         return commands;
     }
 
@@ -186,7 +186,6 @@ TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
             return l.compare(0, c.line.size(), c.line) == 0;
         })) << testing::PrintToString(lines);
         EXPECT_EQ(SaveStart(), E_FAIL);
-        EXPECT_TRUE(capture.Contains(L"ERROR: WatchSaveStart called, but parameters haven't been read.\r\n"));
         ASSERT_TRUE(sim.Send("silent off"));
         ASSERT_TRUE(sim.Send("remove"));
         ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 2));
