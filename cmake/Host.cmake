@@ -44,7 +44,7 @@ target_link_libraries(brennock-mcu PRIVATE brennock_simmcu brennock_simconsole b
 add_library(brennock_simwatch STATIC ${CMAKE_SOURCE_DIR}/sim/WatchProtocol.cpp
   ${CMAKE_SOURCE_DIR}/sim/WatchScript.cpp)
 target_link_libraries(brennock_simwatch PUBLIC brennock_simserial)
-add_executable(brennock-watch ${CMAKE_SOURCE_DIR}/sim/watch.cpp)
+add_executable(brennock-watch ${CMAKE_SOURCE_DIR}/sim/watch.cpp ${CMAKE_SOURCE_DIR}/sim/WatchCommands.cpp)
 target_link_libraries(brennock-watch PRIVATE brennock_simwatch brennock_simconsole brennock_simgpio)
 
 # The bench's microphone and speaker: a private sound server it starts.
