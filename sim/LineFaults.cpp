@@ -1,27 +1,11 @@
 #include "sim/LineFaults.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim/SimConsole.h"
+
 namespace sim {
-
-namespace {
-
-bool Number(const std::string& s, uint32_t max, uint32_t* value)
-{
-    if (s.empty() || s[0] == '-')
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    unsigned long v = std::strtoul(s.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || v > max)
-        return false;
-    *value = static_cast<uint32_t>(v);
-    return true;
-}
-
-}  // namespace
 
 LineFaults::Parsed LineFaults::Parse(const std::vector<std::string>& w, LineFaultCommand* c, std::string* error)
 {
@@ -32,7 +16,7 @@ LineFaults::Parsed LineFaults::Parse(const std::vector<std::string>& w, LineFaul
     *c = LineFaultCommand();
     if (verb == "noise" || verb == "hangup" || verb == "seed") {
         const uint32_t max = verb == "noise" ? 100000u : verb == "hangup" ? 600000u : 0xFFFFFFFFu;
-        if (n != 2 || !Number(w[1], max, &c->number) || (verb == "noise" && c->number == 0)) {
+        if (n != 2 || !sim::ParseNumber(w[1], max, &c->number) || (verb == "noise" && c->number == 0)) {
             *error = verb == "noise" ? "noise BYTES (1..100000)" : verb == "hangup" ? "hangup MS" : "seed N";
             return Parsed::kBad;
         }
@@ -47,7 +31,7 @@ LineFaults::Parsed LineFaults::Parse(const std::vector<std::string>& w, LineFaul
         if (n >= 2 && n <= 3 && w[1] == "next") {
             c->next = true;
             if (n == 3) {
-                if (!Number(w[2], 100000, &v)) {
+                if (!sim::ParseNumber(w[2], 100000, &v)) {
                     *error = "bad byte index: " + w[2];
                     return Parsed::kBad;
                 }
@@ -57,7 +41,7 @@ LineFaults::Parsed LineFaults::Parse(const std::vector<std::string>& w, LineFaul
         }
         if (n == 2 && w[1] == "off")
             return Parsed::kYes;
-        if (n == 3 && w[1] == "rate" && Number(w[2], 100, &v)) {
+        if (n == 3 && w[1] == "rate" && sim::ParseNumber(w[2], 100, &v)) {
             c->number = v;
             return Parsed::kYes;
         }

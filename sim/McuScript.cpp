@@ -1,26 +1,13 @@
 #include "sim/McuScript.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <vector>
 
 #include "sim/SimConsole.h"
+
 namespace sim::mcu {
 
 namespace {
-
-bool Number(const std::string& s, uint32_t max, uint32_t* value)
-{
-    if (s.empty())
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    unsigned long v = std::strtoul(s.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || s[0] == '-' || v > max)
-        return false;
-    *value = static_cast<uint32_t>(v);
-    return true;
-}
 
 bool HexByte(const std::string& s, uint8_t* value)
 {
@@ -75,7 +62,7 @@ bool ParsePacket(const std::vector<std::string>& w, PacketSpec* p, std::string* 
         return true;
     }
     if (verb == "digito" && (w.size() == 3 || w.size() == 4) && Side(w[1], &left) && Direction(w[2], &down)) {
-        if (w.size() == 4 && !Number(w[3], 0xFFFFFFFF, &v)) {
+        if (w.size() == 4 && !sim::ParseNumber(w[3], 0xFFFFFFFF, &v)) {
             *error = "bad delta ticks: " + w[3];
             return false;
         }
@@ -91,7 +78,7 @@ bool ParsePacket(const std::vector<std::string>& w, PacketSpec* p, std::string* 
                        : (down ? kEvtCapsitRightDown : kEvtCapsitRightUp);
         return true;
     }
-    if (verb == "pegs" && w.size() == 3 && Number(w[1], 0xFF, &v) && Number(w[2], 0xFF, &v2)) {
+    if (verb == "pegs" && w.size() == 3 && sim::ParseNumber(w[1], 0xFF, &v) && sim::ParseNumber(w[2], 0xFF, &v2)) {
         p->msgClass = kClassDeviceEvent;
         p->code = kEvtPegsMap;
         p->data = {static_cast<uint8_t>(~v2), static_cast<uint8_t>(~v)};
@@ -197,7 +184,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         }
     }
     if (verb == "wait" || verb == "ticks") {
-        if (w.size() != 2 || !Number(w[1], verb == "wait" ? 3600000u : kTickModulus - 1, &v)) {
+        if (w.size() != 2 || !sim::ParseNumber(w[1], verb == "wait" ? 3600000u : kTickModulus - 1, &v)) {
             *error = verb + (verb == "wait" ? " MS" : " TICKS (below 0x1000000)");
             return false;
         }
@@ -206,7 +193,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         return true;
     }
     if (verb == "burst" || verb == "latency") {
-        if (w.size() < 2 || w.size() > 3 || !Number(w[1], 100000000u, &v) || v == 0) {
+        if (w.size() < 2 || w.size() > 3 || !sim::ParseNumber(w[1], 100000000u, &v) || v == 0) {
             *error = verb + " N [capsit|digito|pegs|go|note01]";
             return false;
         }
@@ -223,7 +210,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
     size_t first = 0;
     if (verb == "split") {
         uint32_t at = 0, pause = 0;
-        if (w.size() < 4 || !Number(w[1], 15, &at) || at == 0 || !Number(w[2], 60000, &pause)) {
+        if (w.size() < 4 || !sim::ParseNumber(w[1], 15, &at) || at == 0 || !sim::ParseNumber(w[2], 60000, &pause)) {
             *error = "split BYTES MS PACKET-COMMAND (BYTES 1..15 in the first write)";
             return false;
         }
@@ -236,7 +223,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
     }
     std::vector<std::string> words(w.begin() + first, w.end());
     if (words.size() >= 3 && words[words.size() - 2] == "at" && words[0] != "raw") {
-        if (!Number(words.back(), 0xFFFFFFFF, &v)) {
+        if (!sim::ParseNumber(words.back(), 0xFFFFFFFF, &v)) {
             *error = "bad tick: " + words.back();
             return false;
         }

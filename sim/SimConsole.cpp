@@ -82,6 +82,15 @@ bool ParseNumber(const char* text, unsigned long max, unsigned long* value)
     return true;
 }
 
+bool ParseNumber(const std::string& word, uint32_t max, uint32_t* value)
+{
+    unsigned long v = 0;
+    if (!ParseNumber(word.c_str(), max, &v))
+        return false;
+    *value = static_cast<uint32_t>(v);
+    return true;
+}
+
 bool ConsoleOptions::Take(int argc, char** argv, int* i, const char* name)
 {
     const std::string a = argv[*i];

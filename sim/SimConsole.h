@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,8 @@ std::vector<std::string> Words(const std::string& line);
 
 // An option's number: decimal or 0x hex, at most max. False for anything else.
 bool ParseNumber(const char* text, unsigned long max, unsigned long* value);
+// The same for a command's word.
+bool ParseNumber(const std::string& word, uint32_t max, uint32_t* value);
 
 // The options every simulator takes.
 struct ConsoleOptions

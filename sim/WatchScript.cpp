@@ -1,6 +1,5 @@
 #include "sim/WatchScript.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <vector>
 
@@ -8,23 +7,6 @@
 #include "sim/WatchMemory.h"
 
 namespace sim::watch {
-
-namespace {
-
-bool Number(const std::string& s, uint32_t max, uint32_t* value)
-{
-    if (s.empty() || s[0] == '-')
-        return false;
-    errno = 0;
-    char* end = nullptr;
-    unsigned long v = std::strtoul(s.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || v > max)
-        return false;
-    *value = static_cast<uint32_t>(v);
-    return true;
-}
-
-}  // namespace
 
 bool ParseCommand(const std::string& line, Command* command, std::string* error)
 {
@@ -89,12 +71,12 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
     }
     if (verb == "echo") {
         uint32_t at = 0, byte = 0;
-        bool good = (n == 2 || n == 3) && Number(w[1], 100000, &at) && at >= 1;
+        bool good = (n == 2 || n == 3) && sim::ParseNumber(w[1], 100000, &at) && at >= 1;
         if (good && n == 3) {
             if (w[2].size() == 1)
                 byte = static_cast<unsigned char>(w[2][0]);
             else
-                good = w[2].compare(0, 2, "0x") == 0 && Number(w[2], 0xFF, &byte);
+                good = w[2].compare(0, 2, "0x") == 0 && sim::ParseNumber(w[2], 0xFF, &byte);
         }
         if (!good) {
             *error = "echo N [CHAR|0xNN] (N from 1: the character of the next command echoed wrong)";
@@ -106,7 +88,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         return true;
     }
     if (verb == "stall") {
-        if (n != 3 || !Number(w[1], watchsim::kBlockBytes - 1, &c.number) || !Number(w[2], 3600000, &c.number2)) {
+        if (n != 3 || !sim::ParseNumber(w[1], watchsim::kBlockBytes - 1, &c.number) || !sim::ParseNumber(w[2], 3600000, &c.number2)) {
             *error = "stall BYTES MS (BYTES 0..4095 of the next block, then a pause)";
             return false;
         }
@@ -114,7 +96,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         return true;
     }
     if (verb == "stop" || verb == "vanish") {
-        if (n != 2 || !Number(w[1], watchsim::kBlockBytes - 1, &c.number)) {
+        if (n != 2 || !sim::ParseNumber(w[1], watchsim::kBlockBytes - 1, &c.number)) {
             *error = verb + (verb == "stop" ? " BYTES (0..4095 of the next block, then nothing more)"
                                             : " BYTES (0..4095 of the next block, then out of the cradle)");
             return false;
@@ -123,7 +105,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         return true;
     }
     if (verb == "lie" || verb == "logaddr") {
-        if (n != 2 || !Number(w[1], watchsim::kMemoryBytes - 1, &c.number)) {
+        if (n != 2 || !sim::ParseNumber(w[1], watchsim::kMemoryBytes - 1, &c.number)) {
             *error = verb + " ADDRESS (a byte address below 0x1000000, e.g. 0x1000)";
             return false;
         }
@@ -140,7 +122,7 @@ bool ParseCommand(const std::string& line, Command* command, std::string* error)
         return true;
     }
     if (verb == "wait") {
-        if (n != 2 || !Number(w[1], 3600000, &c.number)) {
+        if (n != 2 || !sim::ParseNumber(w[1], 3600000, &c.number)) {
             *error = "wait MS";
             return false;
         }
