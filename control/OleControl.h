@@ -32,6 +32,8 @@ class COleControlBase : public IOleObject,
 public:
     // The text the control draws, centred on white.
     static constexpr const wchar_t* kLabel = L"Brennock Control";
+    // Default size of a newly sited control: 1 x 1 inch, in HIMETRIC.
+    static constexpr LONG kDefaultExtent = 2540;
 
     // IOleObject
     STDMETHODIMP SetClientSite(IOleClientSite* site) override;
