@@ -28,16 +28,14 @@ TEST(HC08PackTest, LengthByteBoundsMisuseAndReporting)
 {
     DebugCapture capture;
     BYTE p[16] = {0x10, 4};
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), 6);
+    auto size = [&p](BYTE len, bool report) { p[1] = len; return CHC08Pack::CalcSizePacket(p, report); };
+    EXPECT_EQ(size(4, true), 6);
     EXPECT_EQ(CHC08Pack::GetPayloadSize(p), 0);
-    p[1] = 14;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), 16);
-    p[1] = 3;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, false), -1);
-    p[1] = 15;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, false), -1);
+    EXPECT_EQ(size(14, true), 16);
+    EXPECT_EQ(size(3, false), -1);
+    EXPECT_EQ(size(15, false), -1);
     EXPECT_TRUE(capture.Lines().empty());
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), -1);
+    EXPECT_EQ(size(15, true), -1);
     p[1] = 3;
     EXPECT_EQ(CHC08Pack::GetPayloadSize(p), -1);
     EXPECT_EQ(capture.Lines(), (Lines{L"Bad lenFollowing: 15\r\n", L"Bad lenFollowing: 3\r\n"}));
@@ -83,22 +81,11 @@ TEST(HC08PackTest, BuildersLayOutEveryPacketExactly)
         {BUILT(BuildCapsitRightUp(n, 7)), {0x10, 5, 0, 0, 7, 0x39, 0xAB}},
         // Pegs maps travel inverted: right first.
         {BUILT(BuildPegsMap(n, 0, 0x0F, 0xF0)), {0x10, 0x07, 0, 0, 0, 0x40, 0x0F, 0xF0, 0xAA}},
-        {BUILT(BuildHC08Reset(n, 0, 2, 7, 1, 1000, 0x55)), {0x11, 0x0D, 0, 0, 0, 0x00, 2, 7, 1, 0, 0, 3, 0xE8, 0x55, 0x98}},
+        {BUILT(BuildHC08Reset(n, 0, 2, 7, 1, 1000, 0x55)), {0x11, 0x0D, 0, 0, 0, 0, 2, 7, 1, 0, 0, 3, 0xE8, 0x55, 0x98}},
     };
 #undef BUILT
     for (const Case& c : cases)
         EXPECT_EQ(c.built, c.bytes);
-    EXPECT_EQ(CHC08Pack::GetPegsInLeft(cases[10].built.data()), 0x0F);
-    EXPECT_EQ(CHC08Pack::GetPegsInRight(cases[10].built.data()), 0xF0);
-    EXPECT_EQ(CHC08Pack::GetTickHz(cases[11].built.data()), 1000u);
-
-    BYTE cmd[4];
-    CHC08Pack::BuildNoiseCommand(true, cmd);
-    EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0xFF, 0xA5}));
-    CHC08Pack::BuildNoiseCommand(false, cmd);
-    EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0x00, 0xA4}));
-    EXPECT_EQ(CHC08Pack::GetDeltaTicks(cases[2].built.data()), 0x2345);
-    EXPECT_EQ(CHC08Pack::GetTicks(cases[2].built.data()), 0x102u);
 }
 
 // Seven-byte packets numbered through their ticks.
