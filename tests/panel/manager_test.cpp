@@ -60,12 +60,10 @@ TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFir
 TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
 {
     // A pulse lasts microseconds, far less than the panel's look at the block.
-    std::vector<std::string> expected;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         gpio->ResetHC08();
-        expected.insert(expected.end(), {"output", "high", "low", "input"});
-    }
-    EXPECT_EQ(LineStates(Seen(), 13), expected);
+    EXPECT_EQ(LineStates(Seen(), 13), (std::vector<std::string>{"output", "high", "low", "input", "output", "high",
+                                                                "low", "input", "output", "high", "low", "input"}));
 }
 
 TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)

@@ -53,7 +53,6 @@ TEST_F(ScriptTest, BlinksEndHalfAPeriodAfterTheLastExtinctionOrWhenAnythingElseT
     // Nothing else moved, and the blink timer is gone.
     ASSERT_TRUE(PumpHeartbeats(3));
     EXPECT_TRUE(LineChanges(Seen()).empty());
-    EXPECT_EQ(Events(kBlinkEnded).size(), 1u);
 
     // A second blink ends the first (dark), lights the LED again and darkens
     // it after its one blink.
@@ -61,10 +60,7 @@ TEST_F(ScriptTest, BlinksEndHalfAPeriodAfterTheLastExtinctionOrWhenAnythingElseT
     ASSERT_EQ(Call(L"BlinkLed", {I2(2), I2(1), I2(200)}), S_OK);
     EXPECT_EQ(Events(kBlinkEnded).back(), Ev(kBlinkEnded, {-1, 2}));
     ASSERT_TRUE(PumpUntilEvents(kBlinkEnded, 3));
-    std::vector<std::string> levels = LineLevels(Seen(), 52);
-    ASSERT_GE(levels.size(), 3u);
-    EXPECT_EQ(std::vector<std::string>(levels.end() - 3, levels.end()),
-              (std::vector<std::string>{"low", "high", "low"}));
+    EXPECT_EQ(LineLevels(Seen(), 52), (std::vector<std::string>{"high", "low", "high", "low"}));
 
     // A steady state ends a blink, whose timer leaves the LED alone from then;
     // cancelling an LED that does not blink is fine and quiet.
