@@ -56,8 +56,7 @@ std::string SentBytes(const std::vector<McuEntry>& entries)
 class LinkFixture : public ScriptFixture
 {
 protected:
-    // The arguments of the nth event of that id in declaration order (-99999
-    // for a type none of the events uses).
+    // The nth such event's arguments in declaration order (-99999: a type no event uses).
     Numbers ArgsOf(DISPID id, size_t n = 0) const
     {
         for (const ReceivedEvent& e : sink.events) {
