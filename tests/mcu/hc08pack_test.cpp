@@ -28,16 +28,14 @@ TEST(HC08PackTest, LengthByteBoundsMisuseAndReporting)
 {
     DebugCapture capture;
     BYTE p[16] = {0x10, 4};
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), 6);
+    auto size = [&p](BYTE len, bool report) { p[1] = len; return CHC08Pack::CalcSizePacket(p, report); };
+    EXPECT_EQ(size(4, true), 6);
     EXPECT_EQ(CHC08Pack::GetPayloadSize(p), 0);
-    p[1] = 14;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), 16);
-    p[1] = 3;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, false), -1);
-    p[1] = 15;
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, false), -1);
+    EXPECT_EQ(size(14, true), 16);
+    EXPECT_EQ(size(3, false), -1);
+    EXPECT_EQ(size(15, false), -1);
     EXPECT_TRUE(capture.Lines().empty());
-    EXPECT_EQ(CHC08Pack::CalcSizePacket(p, true), -1);
+    EXPECT_EQ(size(15, true), -1);
     p[1] = 3;
     EXPECT_EQ(CHC08Pack::GetPayloadSize(p), -1);
     EXPECT_EQ(capture.Lines(), (Lines{L"Bad lenFollowing: 15\r\n", L"Bad lenFollowing: 3\r\n"}));
@@ -52,11 +50,10 @@ TEST(HC08PackTest, LengthByteBoundsMisuseAndReporting)
     capture.Clear();
     Bytes go = Build([](int* n) { return CHC08Pack::BuildTimerGo(n, 0x3456); });
     const Bytes unchanged = go;
-    EXPECT_EQ(CHC08Pack::GetDeltaTicks(go.data()), 0);
+    EXPECT_EQ(CHC08Pack::GetDeltaTicks(go.data()) + CHC08Pack::GetPegsInLeft(go.data()) +
+                  CHC08Pack::GetTickHz(go.data()), 0u);
     CHC08Pack::SetDeltaTicks(go.data(), 5);
-    EXPECT_EQ(CHC08Pack::GetPegsInLeft(go.data()), 0);
     CHC08Pack::SetPegsInRight(go.data(), 5);
-    EXPECT_EQ(CHC08Pack::GetTickHz(go.data()), 0u);
     CHC08Pack::SetTickHz(go.data(), 5);
     EXPECT_EQ(go, unchanged);
     EXPECT_EQ(AssertLines(), before + 7);
@@ -65,42 +62,29 @@ TEST(HC08PackTest, LengthByteBoundsMisuseAndReporting)
 
 TEST(HC08PackTest, BuildersLayOutEveryPacketExactly)
 {
+#define BUILT(call) Build([](int* n) { return CHC08Pack::call; })
     struct Case
     {
         Bytes built, bytes;
     } cases[] = {
-        {Build([](int* n) { return CHC08Pack::BuildTimerGo(n, 0x3456); }), {0x10, 0x05, 0x00, 0x34, 0x56, 0x20, 0x41}},
+        {BUILT(BuildTimerGo(n, 0x3456)), {0x10, 0x05, 0x00, 0x34, 0x56, 0x20, 0x41}},
         // Ticks keep their low 24 bits, deltas their low 16.
-        {Build([](int* n) { return CHC08Pack::BuildTimerRollover(n, 0x01ABCDEF); }),
-         {0x10, 0x05, 0xAB, 0xCD, 0xEF, 0x21, 0x63}},
-        {Build([](int* n) { return CHC08Pack::BuildDigitoLeftDownward(n, 0x000102, 0x12345); }),
-         {0x10, 0x07, 0x00, 0x01, 0x02, 0x30, 0x23, 0x45, 0x4E}},
-        {Build([](int* n) { return CHC08Pack::BuildDigitoLeftUpward(n, 7, 1); }), {0x10, 7, 0, 0, 7, 0x31, 0, 1, 0xB0}},
-        {Build([](int* n) { return CHC08Pack::BuildDigitoRightDownward(n, 7, 1); }), {0x10, 7, 0, 0, 7, 0x34, 0, 1, 0xAD}},
-        {Build([](int* n) { return CHC08Pack::BuildDigitoRightUpward(n, 7, 1); }), {0x10, 7, 0, 0, 7, 0x35, 0, 1, 0xAC}},
-        {Build([](int* n) { return CHC08Pack::BuildCapsitLeftDown(n, 7); }), {0x10, 5, 0, 0, 7, 0x3B, 0xA9}},
-        {Build([](int* n) { return CHC08Pack::BuildCapsitLeftUp(n, 7); }), {0x10, 5, 0, 0, 7, 0x3C, 0xA8}},
-        {Build([](int* n) { return CHC08Pack::BuildCapsitRightDown(n, 7); }), {0x10, 5, 0, 0, 7, 0x38, 0xAC}},
-        {Build([](int* n) { return CHC08Pack::BuildCapsitRightUp(n, 7); }), {0x10, 5, 0, 0, 7, 0x39, 0xAB}},
+        {BUILT(BuildTimerRollover(n, 0x01ABCDEF)), {0x10, 0x05, 0xAB, 0xCD, 0xEF, 0x21, 0x63}},
+        {BUILT(BuildDigitoLeftDownward(n, 0x000102, 0x12345)), {0x10, 0x07, 0x00, 0x01, 0x02, 0x30, 0x23, 0x45, 0x4E}},
+        {BUILT(BuildDigitoLeftUpward(n, 7, 1)), {0x10, 7, 0, 0, 7, 0x31, 0, 1, 0xB0}},
+        {BUILT(BuildDigitoRightDownward(n, 7, 1)), {0x10, 7, 0, 0, 7, 0x34, 0, 1, 0xAD}},
+        {BUILT(BuildDigitoRightUpward(n, 7, 1)), {0x10, 7, 0, 0, 7, 0x35, 0, 1, 0xAC}},
+        {BUILT(BuildCapsitLeftDown(n, 7)), {0x10, 5, 0, 0, 7, 0x3B, 0xA9}},
+        {BUILT(BuildCapsitLeftUp(n, 7)), {0x10, 5, 0, 0, 7, 0x3C, 0xA8}},
+        {BUILT(BuildCapsitRightDown(n, 7)), {0x10, 5, 0, 0, 7, 0x38, 0xAC}},
+        {BUILT(BuildCapsitRightUp(n, 7)), {0x10, 5, 0, 0, 7, 0x39, 0xAB}},
         // Pegs maps travel inverted: right first.
-        {Build([](int* n) { return CHC08Pack::BuildPegsMap(n, 0, 0x0F, 0xF0); }),
-         {0x10, 0x07, 0, 0, 0, 0x40, 0x0F, 0xF0, 0xAA}},
-        {Build([](int* n) { return CHC08Pack::BuildHC08Reset(n, 0, 2, 7, 1, 1000, 0x55); }),
-         {0x11, 0x0D, 0, 0, 0, 0x00, 2, 7, 1, 0x00, 0x00, 0x03, 0xE8, 0x55, 0x98}},
+        {BUILT(BuildPegsMap(n, 0, 0x0F, 0xF0)), {0x10, 0x07, 0, 0, 0, 0x40, 0x0F, 0xF0, 0xAA}},
+        {BUILT(BuildHC08Reset(n, 0, 2, 7, 1, 1000, 0x55)), {0x11, 0x0D, 0, 0, 0, 0, 2, 7, 1, 0, 0, 3, 0xE8, 0x55, 0x98}},
     };
+#undef BUILT
     for (const Case& c : cases)
         EXPECT_EQ(c.built, c.bytes);
-    EXPECT_EQ(CHC08Pack::GetPegsInLeft(cases[10].built.data()), 0x0F);
-    EXPECT_EQ(CHC08Pack::GetPegsInRight(cases[10].built.data()), 0xF0);
-    EXPECT_EQ(CHC08Pack::GetTickHz(cases[11].built.data()), 1000u);
-
-    BYTE cmd[4];
-    CHC08Pack::BuildNoiseCommand(true, cmd);
-    EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0xFF, 0xA5}));
-    CHC08Pack::BuildNoiseCommand(false, cmd);
-    EXPECT_EQ(Bytes(cmd, cmd + 4), (Bytes{0x5A, 0x02, 0x00, 0xA4}));
-    EXPECT_EQ(CHC08Pack::GetDeltaTicks(cases[2].built.data()), 0x2345);
-    EXPECT_EQ(CHC08Pack::GetTicks(cases[2].built.data()), 0x102u);
 }
 
 // Seven-byte packets numbered through their ticks.
@@ -121,7 +105,7 @@ std::vector<DWORD> TicksIn(CHC08PackList& list)
     return ticks;
 }
 
-TEST(HC08PackListTest, BlocksSealAndIterationKeepsArrivalOrder)
+TEST(HC08PackListTest, BlocksSealIterationKeepsArrivalOrderAndTheListStopsGrowingAtItsLimit)
 {
     DebugCapture capture;
     CHC08PackList list;
@@ -137,6 +121,21 @@ TEST(HC08PackListTest, BlocksSealAndIterationKeepsArrivalOrder)
     EXPECT_EQ(list.Count(), 582);
     EXPECT_EQ(TicksIn(list), expected);
     EXPECT_EQ(TicksIn(list), expected) << "GetFirstPacket restarts";
+
+    // Then the largest packets, to fill the most blocks the limit allows.
+    for (int i = 582; i < CHC08PackList::kMaxPackets; ++i) {
+        BYTE* slot = list.OpenPacket();
+        ASSERT_NE(slot, nullptr) << i;
+        memset(slot, 0, 16);
+        slot[0] = 0x10;
+        slot[1] = 14;
+        ASSERT_TRUE(list.ClosePacket());
+    }
+    int blocks = list.BlockCount();
+    EXPECT_EQ(list.OpenPacket(), nullptr);
+    EXPECT_EQ(list.Count(), CHC08PackList::kMaxPackets);
+    EXPECT_EQ(list.BlockCount(), blocks);
+    EXPECT_EQ(TicksIn(list).size(), static_cast<size_t>(CHC08PackList::kMaxPackets));
     EXPECT_TRUE(capture.Lines().empty());
 }
 
@@ -163,27 +162,6 @@ TEST(HC08PackListTest, ABadLengthOrMisuseIsReportedAndTheSlotReused)
     Append(list, 2);
     EXPECT_EQ(TicksIn(list), (std::vector<DWORD>{1, 2}));
     EXPECT_EQ(list.Count(), 2);
-}
-
-TEST(HC08PackListTest, StopsGrowingAtItsLimit)
-{
-    DebugCapture capture;
-    CHC08PackList list;
-    // The largest packets, to fill the most blocks the limit allows.
-    for (int i = 0; i < CHC08PackList::kMaxPackets; ++i) {
-        BYTE* slot = list.OpenPacket();
-        ASSERT_NE(slot, nullptr) << i;
-        memset(slot, 0, 16);
-        slot[0] = 0x10;
-        slot[1] = 14;
-        ASSERT_TRUE(list.ClosePacket());
-    }
-    int blocks = list.BlockCount();
-    EXPECT_EQ(list.OpenPacket(), nullptr);
-    EXPECT_EQ(list.Count(), CHC08PackList::kMaxPackets);
-    EXPECT_EQ(list.BlockCount(), blocks);
-    EXPECT_TRUE(capture.Lines().empty());
-    EXPECT_EQ(TicksIn(list).size(), static_cast<size_t>(CHC08PackList::kMaxPackets));
 }
 
 }  // namespace

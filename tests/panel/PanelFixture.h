@@ -35,10 +35,7 @@ inline std::ostream& operator<<(std::ostream& os, const GpioEvent& e)
     return os << "{" << e.id << ": " << testing::PrintToString(e.args) << " @" << e.beat << "}";
 }
 
-inline GpioEvent Ev(DISPID id, std::vector<int> args)
-{
-    return GpioEvent{id, std::move(args), 0};
-}
+inline GpioEvent Ev(DISPID id, std::vector<int> args) { return GpioEvent{id, std::move(args), 0}; }
 
 inline std::vector<std::wstring> TempFiles(const std::wstring& suffix)
 {
@@ -78,16 +75,8 @@ protected:
         });
     }
 
-    bool PumpHeartbeats(int n)
-    {
-        const int target = heartbeats + n;
-        return Pump([&] { return heartbeats >= target; });
-    }
-
-    bool PumpUntilEvents(DISPID id, size_t count)
-    {
-        return Pump([&] { return Events(id).size() >= count; });
-    }
+    bool PumpHeartbeats(int n) { return Pump([&, target = heartbeats + n] { return heartbeats >= target; }); }
+    bool PumpUntilEvents(DISPID id, size_t count) { return Pump([&] { return Events(id).size() >= count; }); }
 
     std::vector<GpioEvent> Events(const std::function<bool(DISPID)>& keep = [](DISPID) { return true; }) const
     {
@@ -103,10 +92,7 @@ protected:
         return out;
     }
 
-    std::vector<GpioEvent> Events(DISPID id) const
-    {
-        return Events([id](DISPID e) { return e == id; });
-    }
+    std::vector<GpioEvent> Events(DISPID id) const { return Events([id](DISPID e) { return e == id; }); }
 
     // Everything but the lid, whose first report comes on the first heartbeat
     // of every fresh control, and the microcontroller's reset note at Open.

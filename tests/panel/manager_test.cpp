@@ -42,38 +42,28 @@ TEST_F(ManagerTest, TheGoStrobeStaysHighForTwoHeartbeatsWithTheBeepRequestSetFir
 {
     ASSERT_TRUE(PumpHeartbeats(1));
     Seen();
-    gpio->hC08Go(true);
-    EXPECT_EQ(Changes(), (std::vector<std::string>{"20 high", "21 high"}));
-    ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_TRUE(Changes().empty()) << "still high after the first heartbeat";
-    ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_EQ(Changes(), std::vector<std::string>{"21 low"});
-    EXPECT_TRUE(capture.Lines().empty());
-
+    auto go = [&](bool beep) { return [this, beep] { gpio->hC08Go(beep); }; };
+    auto beat = [this] { EXPECT_TRUE(PumpHeartbeats(1)); };
     // A second request while the strobe is up warns, drops the strobe, sets
     // the beep request afresh and starts the two heartbeats again.
-    gpio->hC08Go(false);
-    EXPECT_EQ(Changes(), (std::vector<std::string>{"20 low", "21 high"}));
-    ASSERT_TRUE(PumpHeartbeats(1));
-    gpio->hC08Go(true);
+    const std::vector<std::pair<std::function<void()>, std::vector<std::string>>> steps = {
+        {go(true), {"20 high", "21 high"}}, {beat, {}}, {beat, {"21 low"}}, {go(false), {"20 low", "21 high"}},
+        {beat, {}}, {go(true), {"21 low", "20 high", "21 high"}}, {beat, {}}, {beat, {"21 low"}}};
+    for (size_t i = 0; i < steps.size(); ++i) {
+        steps[i].first();
+        EXPECT_EQ(Changes(), steps[i].second) << "step " << i;
+    }
     EXPECT_EQ(capture.Lines(),
               std::vector<std::wstring>{L"WARNING: hC08Go: Second Go request before first is complete.\r\n"});
-    EXPECT_EQ(Changes(), (std::vector<std::string>{"21 low", "20 high", "21 high"}));
-    ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_TRUE(Changes().empty());
-    ASSERT_TRUE(PumpHeartbeats(1));
-    EXPECT_EQ(Changes(), std::vector<std::string>{"21 low"});
 }
 
 TEST_F(ManagerTest, EveryResetPulseIsSeenWhole)
 {
     // A pulse lasts microseconds, far less than the panel's look at the block.
-    std::vector<std::string> expected;
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i)
         gpio->ResetHC08();
-        expected.insert(expected.end(), {"output", "high", "low", "input"});
-    }
-    EXPECT_EQ(LineStates(Seen(), 13), expected);
+    EXPECT_EQ(LineStates(Seen(), 13), (std::vector<std::string>{"output", "high", "low", "input", "output", "high",
+                                                                "low", "input", "output", "high", "low", "input"}));
 }
 
 TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
@@ -82,7 +72,6 @@ TEST_F(ManagerTest, WatchPowerOffDropsTheCarrierFirst)
     gpio->SetWatchCarrier(true);
     gpio->SetWatchPower(false);
     EXPECT_EQ(Changes(true), (std::vector<std::string>{"41 high", "41 low", "36 low"}));
-    EXPECT_TRUE(capture.Lines().empty());
 
     EXPECT_EQ(control->SimWatchVisible(1), E_FAIL);
     EXPECT_EQ(capture.Lines(), (std::vector<std::wstring>{L"ERROR: SimWatchVisible(TRUE) with watch power off.\r\n",

@@ -19,11 +19,11 @@ sim::LineFaults::Parsed Arm(sim::LineFaults& faults, const std::string& line)
     return parsed;
 }
 
-TEST(LineFaults, NextFaultsDamageOnePacketAtTheGivenByteAndSaySo)
+TEST(LineFaults, EveryFaultDamagesAsItsNoteSaysAndNoiseFollowsTheSeed)
 {
     const std::string packet("\x10\x05\x00\x34\x56\x20\x41", 7);
     std::string note;
-    sim::LineFaults faults;
+    sim::LineFaults faults, a, b;
     ASSERT_EQ(Arm(faults, "drop next 3"), sim::LineFaults::Parsed::kYes);
     EXPECT_EQ(faults.Damage(packet, &note), std::string("\x10\x05\x00\x56\x20\x41", 6));
     EXPECT_EQ(note, "dropped byte 3 (0x34)");
@@ -32,13 +32,9 @@ TEST(LineFaults, NextFaultsDamageOnePacketAtTheGivenByteAndSaySo)
     ASSERT_EQ(Arm(faults, "dup next 6"), sim::LineFaults::Parsed::kYes);
     EXPECT_EQ(faults.Damage(packet, &note), packet + "\x41");
     EXPECT_EQ(note, "doubled byte 6 (0x41)");
-}
 
-TEST(LineFaults, RatesDamageAboutThatShareOffStopsThemAndNoiseFollowsTheSeed)
-{
-    sim::LineFaults faults, a, b;
+    // Rates damage about that share of the packets; off stops them.
     ASSERT_EQ(Arm(faults, "drop rate 20"), sim::LineFaults::Parsed::kYes);
-    std::string note;
     int damaged = 0;
     for (int i = 0; i < 1000; ++i) {
         const std::string out = faults.Damage("0123456789", &note);

@@ -13,22 +13,17 @@
 
 namespace {
 
-// Drives a line high as the GPIO manager does: direction, then clear and set.
-void DriveHigh(unsigned line)
-{
-    CGpioBlock* block = GpioRegisterBlock();
-    ASSERT_NE(block, nullptr);
-    const DWORD bank = gpio::BankOf(line), bit = gpio::BitOf(line);
-    block->Write(gpio::kDirectionReg[bank], block->Read(gpio::kDirectionReg[bank]) | bit);
-    block->Write(gpio::kClearReg[bank], block->Read(gpio::kClearReg[bank]) & ~bit);
-    block->Write(gpio::kSetReg[bank], block->Read(gpio::kSetReg[bank]) | bit);
-}
-
 TEST(SimrunPorts, Com1LeadsToTheWatchSimulator)
 {
     ASSERT_TRUE(WatchSim::Running()) << "not run by scripts/simrun with the watch simulator";
     WatchSim watch;
-    DriveHigh(36);  // the cradle's power
+    // The cradle's power on, as the GPIO manager drives a line: direction, then clear and set.
+    CGpioBlock* block = GpioRegisterBlock();
+    ASSERT_NE(block, nullptr);
+    const DWORD bank = gpio::BankOf(36), bit = gpio::BitOf(36);
+    block->Write(gpio::kDirectionReg[bank], block->Read(gpio::kDirectionReg[bank]) | bit);
+    block->Write(gpio::kClearReg[bank], block->Read(gpio::kClearReg[bank]) & ~bit);
+    block->Write(gpio::kSetReg[bank], block->Read(gpio::kSetReg[bank]) | bit);
     ASSERT_TRUE(watch.Sync());
 
     HANDLE com1 = CreateFileW(L"\\\\.\\COM1", GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
