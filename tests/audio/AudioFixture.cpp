@@ -60,11 +60,9 @@ bool AudioFixture::WaitFor(DISPID id, size_t count)
 
 std::vector<std::wstring> AudioFixture::Recordings() const
 {
-    std::vector<std::wstring> out;
-    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
-        if (name.size() > 4 && name.substr(name.size() - 4) == L".wav")
-            out.push_back(name);
-    return out;
+    std::vector<std::wstring> names = FilesIn(L"\\Device Temp");
+    std::erase_if(names, [](const std::wstring& name) { return !name.ends_with(L".wav"); });
+    return names;
 }
 
 // The recording, and its events one a line: a name and the arguments.
