@@ -2,15 +2,6 @@
 
 #include <cstdio>
 
-std::string EmptyWave(DWORD rate, WORD bits, WORD channels, WORD tag)
-{
-    auto u32 = [](DWORD v) { return std::string(reinterpret_cast<const char*>(&v), 4); };
-    auto u16 = [](WORD v) { return std::string(reinterpret_cast<const char*>(&v), 2); };
-    const WORD align = static_cast<WORD>(bits / 8 * channels);
-    return "RIFF" + u32(38) + "WAVE" + "fmt " + u32(18) + u16(tag) + u16(channels) + u32(rate) +
-           u32(rate * align) + u16(align) + u16(bits) + u16(0) + "data" + u32(0);
-}
-
 void AudioFixture::SetUp()
 {
     ASSERT_HRESULT_SUCCEEDED(com.Result());
@@ -22,6 +13,9 @@ void AudioFixture::SetUp()
     ASSERT_TRUE(control);
     cookie = AdviseSink(control.Get(), &sink);
     ASSERT_NE(cookie, 0u);
+    short ok = 0;
+    ASSERT_EQ(control->Open(&ok), S_OK);
+    ASSERT_EQ(ok, 1);
 }
 
 void AudioFixture::TearDown()
@@ -35,11 +29,8 @@ void AudioFixture::TearDown()
     sound.Sync(nullptr, 10000);
 }
 
-void AudioFixture::OpenInActivity()
+void AudioFixture::StartActivity()
 {
-    short ok = 0;
-    ASSERT_EQ(control->Open(&ok), S_OK);
-    ASSERT_EQ(ok, 1);
     ASSERT_EQ(control->SessionStart(), S_OK);
     ASSERT_EQ(Script().Call(L"ActivityConfig", {ScriptObject::I2(7), ScriptObject::Str(L"Voice"),
                                                 ScriptObject::I2(0), ScriptObject::I2(0)}),
@@ -69,11 +60,9 @@ bool AudioFixture::WaitFor(DISPID id, size_t count)
 
 std::vector<std::wstring> AudioFixture::Recordings() const
 {
-    std::vector<std::wstring> out;
-    for (const std::wstring& name : FilesIn(L"\\Device Temp"))
-        if (name.size() > 4 && name.substr(name.size() - 4) == L".wav")
-            out.push_back(name);
-    return out;
+    std::vector<std::wstring> names = FilesIn(L"\\Device Temp");
+    std::erase_if(names, [](const std::wstring& name) { return !name.ends_with(L".wav"); });
+    return names;
 }
 
 // The recording, and its events one a line: a name and the arguments.
@@ -88,8 +77,7 @@ void AudioFixture::KeepRecording(const std::wstring& name) const
     CreateDirectoryW(out.c_str(), nullptr);
     CopyFileW((L"\\Device Temp\\" + files[0]).c_str(), (out + L"\\" + name + L".wav").c_str(), FALSE);
     FILE* f = _wfopen((out + L"\\" + name + L".events").c_str(), L"wb");
-    if (f == nullptr)
-        return;
+    ASSERT_NE(f, nullptr);
     for (const AudioEvent& e : Events()) {
         std::fprintf(f, "%s", e.id == kAudioRecordProgress ? "progress" : e.id == kAudioRecordEnded ? "recordended" : "playended");
         for (int a : e.args)

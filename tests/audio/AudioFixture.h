@@ -33,8 +33,22 @@ struct AudioEvent
     bool operator==(const AudioEvent&) const = default;
 };
 
-// A 46-byte wave file of a PCM format with an empty data chunk.
-std::string EmptyWave(DWORD rate, WORD bits = 16, WORD channels = 1, WORD tag = WAVE_FORMAT_PCM);
+// Wave files made byte by byte.
+inline std::string U32(DWORD v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
+inline std::string Chunk(const char* id, const std::string& body) { return id + U32(DWORD(body.size())) + body; }
+inline std::string Riff(const std::string& chunks) { return "RIFF" + U32(DWORD(4 + chunks.size())) + "WAVE" + chunks; }
+inline WAVEFORMATEX Pcm(DWORD rate, WORD bits = 16, WORD channels = 1, WORD tag = WAVE_FORMAT_PCM)
+{
+    const WORD align = static_cast<WORD>(bits / 8 * channels);
+    return {tag, channels, rate, rate * align, align, bits, 0};
+}
+// A format record of size bytes (14, 16 or 18): the structure's first bytes.
+inline std::string Fmt(const WAVEFORMATEX& f, size_t size = 18) { return std::string(reinterpret_cast<const char*>(&f), size); }
+// A 46-byte wave file with an empty data chunk.
+inline std::string EmptyWave(DWORD rate, WORD bits = 16, WORD channels = 1, WORD tag = WAVE_FORMAT_PCM)
+{
+    return Riff(Chunk("fmt ", Fmt(Pcm(rate, bits, channels, tag))) + Chunk("data", ""));
+}
 
 class AudioFixture : public ::testing::Test
 {
@@ -42,7 +56,8 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    void OpenInActivity();
+    // SetUp has opened the control.
+    void StartActivity();
     ScriptObject Script() { return ScriptObject(control.Get()); }
 
     std::vector<AudioEvent> Events(DISPID only = 0) const;

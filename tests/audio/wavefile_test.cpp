@@ -6,39 +6,15 @@
 #include <vector>
 
 #include "audio/WaveFile.h"
-#include "tests/support/ControlTestKit.h"
-#include "tests/support/DebugCapture.h"
-#include "tests/support/DeviceDisk.h"
+#include "tests/audio/AudioFixture.h"
 
 namespace {
 
 const wchar_t kFile[] = L"\\wavefile-test.wav";
 
-std::string U32(DWORD v) { return std::string(reinterpret_cast<const char*>(&v), 4); }
-std::string U16(WORD v) { return std::string(reinterpret_cast<const char*>(&v), 2); }
-
-WAVEFORMATEX Pcm(DWORD rate, WORD bits = 16, WORD channels = 1)
-{
-    const WORD align = static_cast<WORD>(bits / 8 * channels);
-    return {WAVE_FORMAT_PCM, channels, rate, rate * align, align, bits, 0};
-}
-
-// A PCM format record of size bytes (14, 16 or 18): the structure's first bytes.
-std::string Fmt(DWORD rate, WORD bits, WORD channels, size_t size = 16)
-{
-    const WAVEFORMATEX f = Pcm(rate, bits, channels);
-    return std::string(reinterpret_cast<const char*>(&f), size);
-}
-
-std::string Chunk(const char* id, const std::string& body) { return id + U32(DWORD(body.size())) + body; }
-std::string Riff(const std::string& chunks) { return "RIFF" + U32(DWORD(4 + chunks.size())) + "WAVE" + chunks; }
-
 std::string Samples(std::initializer_list<short> values)
 {
-    std::string s;
-    for (short v : values)
-        s += U16(static_cast<WORD>(v));
-    return s;
+    return std::string(reinterpret_cast<const char*>(values.begin()), 2 * values.size());
 }
 
 // Every sample byte a reader gets, read in calls of step bytes until 0 come
@@ -63,39 +39,45 @@ protected:
     DebugCapture debug;
 };
 
-TEST_F(WaveFileTest, AWrittenMonoFileHasThe46ByteHeaderWithItsSizesPatchedByClose)
+TEST_F(WaveFileTest, AWrittenFileHasThe46ByteHeaderPatchedByCloseAndDecimationKeepsEveryNthSample)
 {
     CWaveFile file;
     const WAVEFORMATEX format = Pcm(11025);
     ASSERT_TRUE(file.Create(kFile, &format));
-    const std::string samples = Samples({1, -2, 3});
-    ASSERT_TRUE(file.Write(reinterpret_cast<const BYTE*>(samples.data()), 6));
-    ASSERT_TRUE(file.Write(reinterpret_cast<const BYTE*>(samples.data()), 1));  // odd: no pad
+    const std::string samples = Samples({1, -2, 3}), in = Samples({0, 1, 2, 3, 4, 5, 6});
+    auto bytes = [](const std::string& s) { return reinterpret_cast<const BYTE*>(s.data()); };
+    ASSERT_TRUE(file.Write(bytes(samples), 6));
+    // By a whole factor only; of an odd count the last sample is dropped.
+    const WAVEFORMATEX half = Pcm(22050), quarter = Pcm(44100), notWhole = Pcm(16000), stereo = Pcm(22050, 16, 2);
+    ASSERT_TRUE(file.WriteDecimated(&half, bytes(in), 14));
+    ASSERT_TRUE(file.WriteDecimated(&quarter, bytes(in), 14));
+    const size_t asserts = AssertLines();
+    for (const WAVEFORMATEX* refused : {&notWhole, &format, &stereo})
+        EXPECT_FALSE(file.WriteDecimated(refused, bytes(in), 14));
+    EXPECT_EQ(AssertLines(), asserts + 3);
+    ASSERT_TRUE(file.Write(bytes(samples), 1));  // odd: no pad
     ASSERT_TRUE(file.Close());
-    const std::string expected = "RIFF" + U32(38 + 7) + "WAVE" + "fmt " + U32(18) + Fmt(11025, 16, 1, 18) +
-                                 "data" + U32(7) + samples + samples.substr(0, 1);
-    EXPECT_EQ(ReadFileBytes(DiskPath(kFile)), expected);
-}
+    EXPECT_EQ(ReadFileBytes(DiskPath(kFile)),
+              Riff(Chunk("fmt ", Fmt(format)) + Chunk("data", samples + Samples({0, 2, 4, 0}) + samples.substr(0, 1))));
 
-TEST_F(WaveFileTest, AFormatWithExtraBytesIsWrittenWholeAndAWriterNeverClosedKeepsZeroSizes)
-{
+    // A format with extra bytes is written whole; a writer never closed
+    // leaves the sizes at zero.
     BYTE raw[22] = {};
-    auto* format = reinterpret_cast<WAVEFORMATEX*>(raw);
-    *format = Pcm(8000);
-    format->wFormatTag = 0x11;  // not PCM: 18 + extra size bytes
-    format->cbSize = 4;
+    auto* extra = reinterpret_cast<WAVEFORMATEX*>(raw);
+    *extra = Pcm(8000, 16, 1, 0x11);  // not PCM: 18 + extra size bytes
+    extra->cbSize = 4;
     std::memcpy(raw + 18, "\xAA\xBB\xCC\xDD", 4);
     {
-        CWaveFile file;
-        ASSERT_TRUE(file.Create(kFile, format));
+        CWaveFile never;
+        ASSERT_TRUE(never.Create(kFile, extra));
     }
     EXPECT_EQ(ReadFileBytes(DiskPath(kFile)),
-              "RIFF" + U32(0) + "WAVEfmt " + U32(22) + std::string(reinterpret_cast<char*>(raw), 22) + "data" + U32(0));
+              "RIFF" + U32(0) + "WAVE" + Chunk("fmt ", std::string(reinterpret_cast<char*>(raw), 22)) + "data" + U32(0));
 }
 
 TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRest)
 {
-    const std::string fmt16 = Chunk("fmt ", Fmt(22050, 16, 1, 16));
+    const std::string fmt16 = Chunk("fmt ", Fmt(Pcm(22050), 16));
     const std::string a = Samples({10, 20, 30}), b = Samples({-1, -2});
     const struct
     {
@@ -105,7 +87,7 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
         std::string samples;  // what the reader gets, when it opens
     } cases[] = {
         {"16-byte format, one data chunk", Riff(fmt16 + Chunk("data", a)), true, a},
-        {"14-byte format", Riff(Chunk("fmt ", Fmt(22050, 16, 1, 14)) + Chunk("data", a)), true, a},
+        {"14-byte format", Riff(Chunk("fmt ", Fmt(Pcm(22050), 14)) + Chunk("data", a)), true, a},
         {"two data chunks read as one", Riff(fmt16 + Chunk("data", a) + Chunk("data", b)), true, a + b},
         {"another chunk between the data chunks", Riff(fmt16 + Chunk("data", a) + Chunk("LIST", "abcd") + Chunk("data", b)),
          true, a + b},
@@ -116,7 +98,7 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
         {"a data chunk cut short", Riff(fmt16 + Chunk("data", a + b)).substr(0, 51), true,
          (a + b).substr(0, 7) + "<read failed>"},
         {"a chunk before the format", Riff(Chunk("LIST", "abcd") + fmt16 + Chunk("data", a)), false, ""},
-        {"a 12-byte format", Riff(Chunk("fmt ", Fmt(22050, 16, 1, 14).substr(0, 12)) + Chunk("data", a)), false, ""},
+        {"a 12-byte format", Riff(Chunk("fmt ", Fmt(Pcm(22050), 12)) + Chunk("data", a)), false, ""},
         {"no data chunk", Riff(fmt16), false, ""},
         {"not RIFF", "RIFX" + Riff(fmt16).substr(4), false, ""},
         {"not WAVE", Riff(fmt16).substr(0, 8) + "AVI " + Riff(fmt16).substr(12), false, ""},
@@ -126,24 +108,20 @@ TEST_F(WaveFileTest, ReadingTakesTheFirstFormatAndEveryDataChunkAndRefusesTheRes
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         ASSERT_TRUE(WriteDiskFile(kFile, c.bytes));
-        CWaveFile file;
-        WAVEFORMATEX* format = nullptr;
-        ASSERT_EQ(file.Open(kFile, &format) != 0, c.opens);
-        EXPECT_EQ(file.IsOpen(), c.opens);
-        if (!c.opens)
-            continue;
-        // A short format is handed back as an 18-byte one with no extra.
-        EXPECT_EQ(format->nSamplesPerSec, 22050u);
-        EXPECT_EQ(format->cbSize, 0);
         for (DWORD step : {1u, 4u, 64u}) {
-            CWaveFile again;
-            WAVEFORMATEX* f = nullptr;
-            ASSERT_TRUE(again.Open(kFile, &f));
-            EXPECT_EQ(ReadAllSamples(again, step), c.samples) << "reading " << step << " at a time";
-            CWaveFile::FreeFormat(f);
+            CWaveFile file;
+            WAVEFORMATEX* format = nullptr;
+            ASSERT_EQ(file.Open(kFile, &format) != 0, c.opens);
+            EXPECT_EQ(file.IsOpen(), c.opens);
+            if (!c.opens)
+                break;
+            // A short format is handed back as an 18-byte one with no extra.
+            EXPECT_EQ(format->nSamplesPerSec, 22050u);
+            EXPECT_EQ(format->cbSize, 0);
+            EXPECT_EQ(ReadAllSamples(file, step), c.samples) << "reading " << step << " at a time";
+            CWaveFile::FreeFormat(format);
+            EXPECT_TRUE(file.Close());
         }
-        CWaveFile::FreeFormat(format);
-        EXPECT_TRUE(file.Close());
     }
 }
 
@@ -151,37 +129,15 @@ TEST_F(WaveFileTest, OpenFailuresNameTheFileAndLeaveTheObjectClosed)
 {
     CWaveFile file;
     WAVEFORMATEX* format = nullptr;
+    const WAVEFORMATEX pcm = Pcm(8000);
     EXPECT_FALSE(file.Open(L"\\no-such.wav", &format));
-    EXPECT_TRUE(debug.Contains(L"File open failed: \\no-such.wav\r\n"));
-    const std::wstring longName = L"\\" + std::wstring(120, L'x') + L".wav";
-    EXPECT_FALSE(file.Open(longName.c_str(), &format));
-    EXPECT_TRUE(debug.Contains(L"File open failed: <filename too long>\r\n"));
+    EXPECT_FALSE(file.Open((L"\\" + std::wstring(120, L'x') + L".wav").c_str(), &format));
+    EXPECT_FALSE(file.Create(L"\\no-such-folder\\x.wav", &pcm));
+    EXPECT_EQ(debug.Lines(), (std::vector<std::wstring>{L"File open failed: \\no-such.wav\r\n",
+                                                       L"File open failed: <filename too long>\r\n",
+                                                       L"File create failed: \\no-such-folder\\x.wav\r\n"}));
     EXPECT_FALSE(file.IsOpen());
     EXPECT_TRUE(file.Close());  // never opened
-    const WAVEFORMATEX pcm = Pcm(8000);
-    EXPECT_FALSE(file.Create(L"\\no-such-folder\\x.wav", &pcm));
-    EXPECT_TRUE(debug.Contains(L"File create failed: \\no-such-folder\\x.wav\r\n"));
-    EXPECT_FALSE(file.IsOpen());
-}
-
-TEST_F(WaveFileTest, DecimationKeepsEveryNthSampleAndOnlyForAWholeFactor)
-{
-    CWaveFile file;
-    const WAVEFORMATEX fileFormat = Pcm(11025);
-    ASSERT_TRUE(file.Create(kFile, &fileFormat));
-    const std::string in = Samples({0, 1, 2, 3, 4, 5, 6});  // an odd count: the last is dropped
-    const WAVEFORMATEX capture = Pcm(22050);
-    ASSERT_TRUE(file.WriteDecimated(&capture, reinterpret_cast<const BYTE*>(in.data()), 14));
-    const WAVEFORMATEX quad = Pcm(44100);
-    ASSERT_TRUE(file.WriteDecimated(&quad, reinterpret_cast<const BYTE*>(in.data()), 14));
-
-    const size_t asserts = AssertLines();
-    const WAVEFORMATEX notWhole = Pcm(16000), same = Pcm(11025), stereo = Pcm(22050, 16, 2);
-    for (const WAVEFORMATEX* refused : {&notWhole, &same, &stereo})
-        EXPECT_FALSE(file.WriteDecimated(refused, reinterpret_cast<const BYTE*>(in.data()), 14));
-    EXPECT_EQ(AssertLines(), asserts + 3);
-    ASSERT_TRUE(file.Close());
-    EXPECT_EQ(ReadFileBytes(DiskPath(kFile)).substr(46), Samples({0, 2, 4, 0}));
 }
 
 }  // namespace

@@ -25,8 +25,6 @@ def problems(archive, folder, glob, method):
     expected = sorted(n for n in os.listdir(folder)
                       if os.path.isfile(os.path.join(folder, n)) and fnmatch.fnmatch(n, glob))
     with zipfile.ZipFile(archive) as z:
-        if z.testzip() is not None:
-            yield f"bad CRC or header in {z.testzip()}"
         names = [i.filename for i in z.infolist()]
         if names != expected:
             yield f"entries {names}, expected {expected}"

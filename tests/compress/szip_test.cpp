@@ -15,18 +15,10 @@ namespace {
 
 const wchar_t kLibrary[] = L"\\Device Software\\MarrowbyGzip.dll";
 
-void InstallLibrary()
-{
-    if (GetFileAttributesW(kLibrary) != INVALID_FILE_ATTRIBUTES)
-        return;
-    CreateDirectoryW(L"\\Device Software", nullptr);
-    // Wine's drive Z: is the Unix root.
-    ASSERT_TRUE(CopyFileW(L"Z:" MARROWBY_DLL, kLibrary, FALSE)) << GetLastError();
-}
-
 int CallSZip(const wchar_t* pattern, const wchar_t* destination, DWORD reserved = 0, DWORD level = 6)
 {
-    InstallLibrary();
+    CreateDirectoryW(L"\\Device Software", nullptr);
+    CopyFileW(L"Z:" MARROWBY_DLL, kLibrary, TRUE);  // once; Wine's drive Z: is the Unix root
     HMODULE library = LoadLibraryW(kLibrary);
     // Through void(*)(), the cast between function types that says "any".
     auto zip = library ? reinterpret_cast<SZipProc>(reinterpret_cast<void (*)()>(GetProcAddress(library, "sZip")))
@@ -43,10 +35,9 @@ int CallSZip(const wchar_t* pattern, const wchar_t* destination, DWORD reserved 
 
 bool Exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
-void MakeFolder(const std::wstring& path) { CreateDirectoryW(path.c_str(), nullptr); }
-
 void WriteBytes(const std::wstring& path, const std::string& bytes, const SYSTEMTIME* local = nullptr)
 {
+    CreateDirectoryW(path.substr(0, path.rfind(L'\\')).c_str(), nullptr);  // one level
     HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(h, INVALID_HANDLE_VALUE) << GetLastError();
     DWORD wrote = 0;
@@ -82,8 +73,6 @@ std::string RandomBytes(size_t size, unsigned seed)
 // Left for the native checks: \compress.zip (level 6), \stored.zip (level 0).
 TEST(SZip, PacksEveryFileThePatternMatches)
 {
-    MakeFolder(L"\\Device Temp");
-    MakeFolder(L"\\Device Temp\\sub");
     // Both sides of daylight saving time, odd seconds; this year, as the
     // zone's earlier rules may differ between Wine and the native checks.
     SYSTEMTIME now;
@@ -106,20 +95,9 @@ TEST(SZip, PacksEveryFileThePatternMatches)
     EXPECT_LT(ReadBytes(L"\\compress.zip").size(), (1u << 20) + text.size() / 10) << "the text is deflated";
 }
 
-TEST(SZip, PatternMatchingNothingGivesAnEmptyArchive)
-{
-    MakeFolder(L"\\emptycase");
-    WriteBytes(L"\\emptycase\\a.txt", "a");
-    for (const wchar_t* pattern : {L"\\emptycase\\*.none", L"\\No Such Folder\\*"}) {
-        ASSERT_EQ(CallSZip(pattern, L"\\empty.zip"), SZIP_OK);
-        EXPECT_EQ(ReadBytes(L"\\empty.zip"), std::string("PK\x05\x06", 4) + std::string(18, '\0'));
-    }
-}
-
 // The archive is \self\out.zip, checked natively: it holds a.txt alone.
 TEST(SZip, DestinationAndTemporaryFileAreNotPacked)
 {
-    MakeFolder(L"\\self");
     WriteBytes(L"\\self\\a.txt", "a");
     WriteBytes(L"\\self\\out.zip", "an earlier archive");
     WriteBytes(L"\\self\\out.zip.tmp", "left by a run that was killed");
@@ -128,9 +106,8 @@ TEST(SZip, DestinationAndTemporaryFileAreNotPacked)
     EXPECT_FALSE(Exists(L"\\self\\out.zip.tmp"));
 }
 
-TEST(SZip, BadArgumentsAndAMissingDestinationFolderAreRefused)
+TEST(SZip, BadArgumentsAndAMissingDestinationFolderAreRefusedAndNoMatchGivesAnEmptyArchive)
 {
-    MakeFolder(L"\\args");
     WriteBytes(L"\\args\\a.txt", "a");
     const struct
     {
@@ -152,12 +129,16 @@ TEST(SZip, BadArgumentsAndAMissingDestinationFolderAreRefused)
             << (c.destination ? c.destination : L"(null)");
     for (const wchar_t* made : {L"\\args.zip", L"\\args.zip.tmp", L"\\nowhere"})
         EXPECT_FALSE(Exists(made));
+    // A pattern that matches nothing gives an empty archive.
+    for (const wchar_t* pattern : {L"\\args\\*.none", L"\\No Such Folder\\*"}) {
+        ASSERT_EQ(CallSZip(pattern, L"\\empty.zip"), SZIP_OK);
+        EXPECT_EQ(ReadBytes(L"\\empty.zip"), std::string("PK\x05\x06", 4) + std::string(18, '\0'));
+    }
 }
 
 // Once the file is free again the archive is made (and checked natively).
 TEST(SZip, UnreadableSourceLeavesTheDestinationAlone)
 {
-    MakeFolder(L"\\locked");
     WriteBytes(L"\\locked\\a.txt", RandomBytes(600000, 1));
     WriteBytes(L"\\locked\\b.txt", "held open without sharing");
     WriteBytes(L"\\locked.zip", "an earlier archive");
@@ -178,7 +159,6 @@ TEST(SZip, FullDiskLeavesNothing)
     GetEnvironmentVariableW(L"SZIP_FULL_DISK", kind, 16);
     if (kind[0] == L'\0')
         GTEST_SKIP() << "no full disk: run through tests/compress/szip_check.sh";
-    MakeFolder(L"\\fullsrc");
     WriteBytes(L"\\fullsrc\\a.bin", RandomBytes(1 << 20, 2));
     WriteBytes(L"\\full\\compress.zip", "an earlier archive");
     EXPECT_EQ(CallSZip(L"\\fullsrc\\*", L"\\full\\compress.zip"), SZIP_E_DESTINATION);
@@ -190,12 +170,10 @@ TEST(SZip, FullDiskLeavesNothing)
 // A file of 4 GiB (sparse, so cheap) cannot go into a plain ZIP.
 TEST(SZip, FileTooLargeForPlainZip)
 {
-    MakeFolder(L"\\big");
     WriteBytes(L"\\big\\small.txt", "small");
     HANDLE h = CreateFileW(L"\\big\\huge.bin", GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
     ASSERT_NE(h, INVALID_HANDLE_VALUE);
-    LARGE_INTEGER size;
-    size.QuadPart = 0x100000000ll;
+    LARGE_INTEGER size{.QuadPart = 0x100000000ll};
     const bool made = SetFilePointerEx(h, size, nullptr, FILE_BEGIN) && SetEndOfFile(h);
     CloseHandle(h);
     if (!made) {

@@ -8,11 +8,6 @@
 #include "watch/Watch.h"
 #include "watch/WatchCmdResp.h"
 
-inline std::vector<std::wstring> TremFiles()
-{
-    return TempFiles(L".trem");
-}
-
 // Dispatch ids of the watch events.
 constexpr DISPID kWatchVisible = 2, kWatchSaveProgress = 15, kWatchSaveEnded = 16, kWatchDataDestroyEnded = 17,
                  kWatchParametersRead = 27;
@@ -25,7 +20,7 @@ protected:
         ASSERT_NO_FATAL_FAILURE(LocalFixture::SetUp());
         watch = site->GetWatch();
         ASSERT_NE(watch, nullptr);
-        for (const std::wstring& name : TremFiles())
+        for (const std::wstring& name : TempFiles(L".trem"))
             DeleteDiskFile(L"\\Device Temp\\" + name);
     }
 
@@ -39,13 +34,7 @@ protected:
     }
 
     // The script's WatchSaveStart("Watch").
-    HRESULT SaveStart()
-    {
-        BSTR name = SysAllocString(L"Watch");
-        HRESULT hr = control->WatchSaveStart(name);
-        SysFreeString(name);
-        return hr;
-    }
+    HRESULT SaveStart() { return ScriptObject(control.Get()).Call(L"WatchSaveStart", {ScriptObject::Str(L"Watch")}); }
 
     // A response record as the command thread would post it.
     static WatchCmdResp* Response(short id, bool success, const std::string& data = {})

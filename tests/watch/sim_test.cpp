@@ -49,8 +49,7 @@ protected:
         ASSERT_TRUE(sim.Sync());
         sink.events.clear();
         ASSERT_EQ(SaveStart(), S_OK);
-        std::string block;
-        ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", &block));
+        ASSERT_TRUE(sim.Wait("watch: block 0x0000 stalled", nullptr));
     }
 
     std::vector<std::string> Commands()
@@ -102,12 +101,11 @@ TEST_F(WithAWatch, ASeatedWatchIsFoundAndItsWholeMemorySaved)
         EXPECT_EQ(Commands(), reads);
 
         // The file: the parameter text as read, and every byte of the memory.
-        std::vector<std::wstring> files = TremFiles();
+        std::vector<std::wstring> files = TempFiles(L".trem");
         ASSERT_EQ(files.size(), 1u);
         EXPECT_NE(files[0].find(L"Watch.trem"), std::wstring::npos);
         const std::string file = ReadFileBytes(DiskPath((L"\\Device Temp\\" + files[0]).c_str()));
         DeleteDiskFile(L"\\Device Temp\\" + files[0]);
-        EXPECT_EQ(std::wstring(watch->ParameterText()).compare(0, 2, L"\r\n"), 0);
         const std::string trem = TremFile(watch->ParameterText(), WatchSim::Memory(c.value, blocks));
         EXPECT_TRUE(file == trem) << file.size() << " bytes, not " << trem.size();
 
@@ -126,7 +124,7 @@ TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102AndACloseDurin
     ASSERT_TRUE(PumpUntilEvents(kWatchSaveEnded, 1));
     EXPECT_EQ(Events(kWatchSaveEnded), std::vector<GpioEvent>{Ev(kWatchSaveEnded, {102})});
     EXPECT_TRUE(capture.Contains(L"Short read.\r\n"));
-    EXPECT_TRUE(TremFiles().empty());
+    EXPECT_TRUE(TempFiles(L".trem").empty());
     // The port is back at 600 baud: the watch seated again is read.
     sink.events.clear();
     Seat();
@@ -141,28 +139,9 @@ TEST_F(WithAWatch, AWatchTakenOutDuringADownloadEndsTheSaveWith102AndACloseDurin
     EXPECT_TRUE(Events(kWatchSaveEnded).empty());
 }
 
-TEST_F(WithAWatch, TheDestroySequenceSendsTheStartFifteenMinutesAheadThenTheWatchIsReadAgain)
-{
-    TestClock clock;
-    clock.SetLocal(L"Mon 23 Nov 2026 10:50:00");
-    Seat();
-    sink.events.clear();
-    ASSERT_EQ(control->WatchDataDestroyStart(), S_OK);
-    ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
-    // "Brennock default", the blank NVRAM's key blob, is the anonymous name;
-    // at a standing clock the log pointer counts 905 s: 128 - 452.
-    EXPECT_EQ(Commands(), (std::vector<std::string>{"***B4272656E6E6F636B2064656661756C74", "***D231126",
-                                                  "***E1105", "***A02031E", "***S1E",
-                                                  "***Q14FF1502090100060010400306", "***I02", "***GU",
-                                                  "***HFFFEBC", "***C"}));
-    // The re-armed watch is seen to go and come back, and read again.
-    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchDataDestroyEnded, {0}), Ev(kWatchVisible, {0}),
-                                                    Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
-}
-
 // A watch that answers badly: the parameters are not read, the reason is
 // on the debug output, and a save is refused until a good reading.
-TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
+TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotReadAndAGoodOneIsThenReadAndDestroyed)
 {
     struct Case
     {
@@ -190,10 +169,25 @@ TEST_F(WithAWatch, AWatchThatAnswersBadlyIsNotRead)
         ASSERT_TRUE(sim.Send("remove"));
         ASSERT_TRUE(PumpUntilEvents(kWatchVisible, 2));
     }
-    // The line is left as it should be: a good watch is read at once.
+    // The line is left as it should be: a good watch is read at once. Its
+    // data destroyed, it is re-armed to start fifteen minutes ahead.
+    TestClock clock;
+    clock.SetLocal(L"Mon 23 Nov 2026 10:50:00");
     sink.events.clear();
     Seat();
     EXPECT_EQ(Events(kWatchParametersRead), std::vector<GpioEvent>{Ev(kWatchParametersRead, {0})});
+    sink.events.clear();
+    ASSERT_EQ(control->WatchDataDestroyStart(), S_OK);
+    ASSERT_TRUE(PumpUntilEvents(kWatchParametersRead, 1));
+    // "Brennock default", the blank NVRAM's key blob, is the anonymous name;
+    // at a standing clock the log pointer counts 905 s: 128 - 452.
+    EXPECT_EQ(Commands(), (std::vector<std::string>{"***B4272656E6E6F636B2064656661756C74", "***D231126",
+                                                  "***E1105", "***A02031E", "***S1E",
+                                                  "***Q14FF1502090100060010400306", "***I02", "***GU",
+                                                  "***HFFFEBC", "***C"}));
+    // The re-armed watch is seen to go and come back, and read again.
+    EXPECT_EQ(WatchEvents(), (std::vector<GpioEvent>{Ev(kWatchDataDestroyEnded, {0}), Ev(kWatchVisible, {0}),
+                                                    Ev(kWatchVisible, {1}), Ev(kWatchParametersRead, {0})}));
 }
 
 }  // namespace
