@@ -51,27 +51,21 @@ TEST_F(LifecycleTest, EveryGuardedMemberFailsWithItsTextBeforeOpen)
     ScriptObject script(control.Get());
     size_t guarded = 0;
     FUNCDESC* fd = nullptr;
-    for (WORD i = 0; SUCCEEDED(info->GetFuncDesc(i, &fd)); ++i) {
+    for (WORD i = 0; SUCCEEDED(info->GetFuncDesc(i, &fd)); info->ReleaseFuncDesc(fd), ++i) {
         BSTR member = nullptr;
         info->GetDocumentation(fd->memid, &member, nullptr, nullptr, nullptr);
-        const std::wstring prefix = fd->invkind == INVOKE_PROPERTYGET   ? L"get_"
-                                    : fd->invkind == INVOKE_PROPERTYPUT ? L"put_"
-                                                                        : L"";
-        const std::wstring name = member, full = prefix + name;
+        const INVOKEKIND kind = fd->invkind;
+        const std::wstring name = member;
+        const std::wstring full = (kind == INVOKE_PROPERTYGET ? L"get_" : kind == INVOKE_PROPERTYPUT ? L"put_" : L"") + name;
         SysFreeString(member);
+        if (unguarded.count(full))
+            continue;
         std::vector<VARIANT> args;
         for (SHORT p = 0; p < fd->cParams; ++p) {
             const VARTYPE vt = fd->lprgelemdescParam[p].tdesc.vt;
             if (!(fd->lprgelemdescParam[p].paramdesc.wParamFlags & PARAMFLAG_FRETVAL))
                 args.push_back(vt == VT_BSTR ? ScriptObject::Str(L"x") : vt == VT_R8 ? ScriptObject::R8(0.5)
                                : vt == VT_I4 ? ScriptObject::I4(1) : ScriptObject::I2(1));
-        }
-        const INVOKEKIND kind = fd->invkind;
-        info->ReleaseFuncDesc(fd);
-        if (unguarded.count(full)) {
-            for (auto& v : args)
-                VariantClear(&v);
-            continue;
         }
         ++guarded;
         capture.Clear();
