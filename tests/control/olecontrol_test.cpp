@@ -129,7 +129,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     EXPECT_EQ(As<IDataObject>()->QueryGetData(&text), DV_E_FORMATETC);
 }
 
-TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivates)
+TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivatesAlsoOnTheFinalRelease)
 {
     HWND container = CreateContainerWindow();
     TestSite site(container);
@@ -168,18 +168,12 @@ TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivates)
     EXPECT_EQ(ole->Close(OLECLOSE_NOSAVE), S_OK);
     EXPECT_EQ(ole->SetClientSite(nullptr), S_OK);
     EXPECT_EQ(site.refs, 1);
-    DestroyWindow(container);
-}
 
-TEST_F(OleControlTest, FinalReleaseLetsGoOfAnActiveSite)
-{
-    HWND container = CreateContainerWindow();
-    TestSite site(container);
-    RECT pos = TestSite::kPos;
-    As<IOleObject>()->SetClientSite(&site);
-    ASSERT_EQ(As<IOleObject>()->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, &site, 0, container, &pos), S_OK);
-    control.Reset();
-    EXPECT_EQ(std::make_pair(site.refs, site.inPlaceDeactivations), std::make_pair(1L, 1));
+    // The final release of a control active in place deactivates it and lets go of the site.
+    ole->SetClientSite(&site);
+    ASSERT_EQ(ole->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, &site, 0, container, &pos), S_OK);
+    ole.Reset(), inPlace.Reset(), control.Reset();
+    EXPECT_EQ(std::make_pair(site.refs, site.inPlaceDeactivations), std::make_pair(1L, 2));
     DestroyWindow(container);
 }
 

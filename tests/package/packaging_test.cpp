@@ -26,12 +26,6 @@ const char kManifest[] = "study: bench\r\nfiles: motr, wav\r\n";
 const wchar_t kData[] = L"\\Hard Disk\\Device Data", kTemp[] = L"\\Device Temp", kZip[] = L"\\compress.zip";
 const wchar_t kManifestFile[] = L"\\Hard Disk\\Manifest.txt";
 
-void EmptyFolder(const std::wstring& folder)
-{
-    for (const std::wstring& name : FilesIn(folder))
-        DeleteFileW((folder + L"\\" + name).c_str());
-}
-
 class SessionEndTest : public ::testing::Test
 {
 protected:
@@ -40,19 +34,13 @@ protected:
         ProvisionDisk();
         ASSERT_TRUE(WriteDiskFile(kFlashBlockFile, StudyBlock()) && WriteDiskFile(kManifestFile, kManifest));
         ASSERT_TRUE(InstallCompressLibrary(true));
-        EmptyFolder(kData);
-        EmptyFolder(kTemp);
+        for (const std::wstring folder : {kData, kTemp})
+            for (const std::wstring& name : FilesIn(folder))
+                DeleteFileW((folder + L"\\" + name).c_str());
         RemoveDirectoryW(kZip);
         DeleteFileW(kZip);
         ASSERT_TRUE(control = CreateRegisteredControl());
-        cookie = AdviseSink(control.Get(), &sink);
-    }
-    void TearDown() override
-    {
-        if (control) {
-            UnadviseSink(control.Get(), cookie);
-            control->Close();
-        }
+        ASSERT_NE(AdviseSink(control.Get(), &sink), 0u);
     }
     void OpenAndStart()
     {
@@ -66,13 +54,12 @@ protected:
     short EndSession(HRESULT expected = S_OK)
     {
         const size_t before = Count(kSessionEnded);
-        EXPECT_EQ(script().Call(L"SessionEndNormal"), expected);
+        EXPECT_EQ(ScriptObject(control.Get()).Call(L"SessionEndNormal"), expected);
         EXPECT_TRUE(PumpUntil([&] { return Count(kSessionEnded) > before; }, 120000));
         const auto e = std::find_if(sink.events.rbegin(), sink.events.rend(),
                                     [](const ReceivedEvent& e) { return e.id == kSessionEnded; });
         return e->args.size() == 1 && e->args[0].vt == VT_I2 ? e->args[0].iVal : -1;
     }
-    ScriptObject script() { return ScriptObject(control.Get()); }
     size_t Count(DISPID id) const
     {
         return std::count_if(sink.events.begin(), sink.events.end(), [&](const ReceivedEvent& e) { return e.id == id; });
@@ -81,14 +68,13 @@ protected:
     ComApartment com;
     RecordingSink sink;
     ComPtr<IBrennock> control;
-    DWORD cookie = 0;
 };
 
 TEST_F(SessionEndTest, ATappingSessionEndsInOneSignedPackage)
 {
     ASSERT_TRUE(McuSim::Running());
     OpenAndStart();
-    ASSERT_EQ(script().Call(L"ActivityConfig", {S::I2(1), S::Str(L"Tap"), S::I2(0), S::I2(0)}), S_OK);
+    ASSERT_EQ(S(control.Get()).Call(L"ActivityConfig", {S::I2(1), S::Str(L"Tap"), S::I2(0), S::I2(0)}), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
     McuSim mcu;
     for (const char* tap : {"digito left down 120", "digito left up 40", "digito right down 7", "capsit left up"})
