@@ -127,10 +127,9 @@ TEST_F(EventsTest, ConnectionPointFollowsTheStandardContract)
     EXPECT_EQ(cpc->FindConnectionPoint(IID_IPropertyNotifySink, none.GetAddressOf()), CONNECT_E_NOCONNECTION);
     ASSERT_HRESULT_SUCCEEDED(cpc->FindConnectionPoint(DIID__IBrennockEvents, cp.GetAddressOf()));
     IID iid = {};
-    EXPECT_EQ(cp->GetConnectionInterface(&iid), S_OK);
-    EXPECT_EQ(iid, DIID__IBrennockEvents);
-    EXPECT_EQ(cp->GetConnectionPointContainer(back.GetAddressOf()), S_OK);
-    EXPECT_EQ(back.Get(), cpc.Get());
+    EXPECT_EQ(std::make_pair(cp->GetConnectionInterface(&iid), cp->GetConnectionPointContainer(back.GetAddressOf())),
+              std::make_pair(S_OK, S_OK));
+    EXPECT_TRUE(iid == DIID__IBrennockEvents && back.Get() == cpc.Get());
     IConnectionPoint* got[2] = {};
     ULONG fetched = 0;
     ASSERT_HRESULT_SUCCEEDED(cpc->EnumConnectionPoints(points.GetAddressOf()));

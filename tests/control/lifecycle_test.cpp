@@ -82,7 +82,8 @@ TEST_F(LifecycleTest, EveryGuardedMemberFailsWithItsTextBeforeOpen)
     EXPECT_EQ(guarded, 61u);
 }
 
-TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
+// Close is safe at any time, twice, and Open works again after it.
+TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpenAndCloseIsSafeAtAnyTime)
 {
     for (int pass = 0; pass < 2; ++pass) {
         SCOPED_TRACE(pass == 0 ? "before Open" : "after Open");
@@ -90,16 +91,9 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         EXPECT_EQ(control->SimWatchDataDestroyEnded(0), E_FAIL);
         EXPECT_EQ(control->SimWatchSaveProgress(50), S_OK);
         EXPECT_TRUE(capture.Lines().empty());
-        if (pass == 0 && Open() == 1)
-            capture.Clear();  // (a failed Open leaves its lines for the next pass to show)
-    }
-}
-
-TEST_F(LifecycleTest, CloseIsSafeAtAnyTimeAndOpenAgainWorks)
-{
-    for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(std::make_pair(control->Close(), control->Close()), std::make_pair(S_OK, S_OK));
-        EXPECT_EQ(Open(), 1);
+        ASSERT_EQ(Open(), 1);
+        capture.Clear();
     }
     EXPECT_EQ(ScriptObject(control.Get()).Call(L"DebugWrite", {ScriptObject::Str(L"x")}), S_OK);
     control.Reset();  // the final release closes what is still open
@@ -157,8 +151,7 @@ TEST_F(LifecycleTest, ClassObjectLookupAggregationAndUnloading)
     EXPECT_EQ(p, nullptr);
     EXPECT_EQ(getClassObject(CLSID_Brennock, IID_IClassFactory, nullptr), E_POINTER);
     ComPtr<IClassFactory> factory;
-    ASSERT_HRESULT_SUCCEEDED(getClassObject(CLSID_Brennock, IID_IClassFactory,
-                                            reinterpret_cast<void**>(factory.GetAddressOf())));
+    ASSERT_HRESULT_SUCCEEDED(getClassObject(CLSID_Brennock, IID_PPV_ARGS(factory.GetAddressOf())));
 
     struct Outer : IUnknown
     {
@@ -212,8 +205,7 @@ TEST_F(LifecycleTest, SiteAccessorsAssertOnMissingManagers)
 
     short ok = 0;
     local->Open(&ok);
-    EXPECT_TRUE(site->GetDebugLog() && site->GetHC08EventSink() && site->GetGpioEventSink() &&
-                site->GetWatchEventSink() && site->GetAudioEventSink() && site->GetTestManagerEventSink());
+    EXPECT_TRUE(site->GetDebugLog());  // (the event sinks are the control itself, open or not: EventsTest)
 }
 
 }  // namespace

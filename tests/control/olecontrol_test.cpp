@@ -91,8 +91,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     BITMAPINFO bi = {{sizeof(BITMAPINFOHEADER), W, -H, 1, 32}};
     void* bits = nullptr;
     HDC dc = CreateCompatibleDC(nullptr);
-    HBITMAP bmp = CreateDIBSection(dc, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
-    HGDIOBJ old = SelectObject(dc, bmp);
+    HGDIOBJ old = SelectObject(dc, CreateDIBSection(dc, &bi, DIB_RGB_COLORS, &bits, nullptr, 0));
     DWORD* px = static_cast<DWORD*>(bits);
     std::fill_n(px, W * H, 0x808080u);
     RECTL bounds = {0, 0, W, H};
@@ -111,9 +110,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     EXPECT_EQ(px[0] & 0xFFFFFF, 0u);
     EXPECT_GT(dark(40, 20, 160, 40), 20);
     EXPECT_EQ(dark(2, 2, 198, 12) + dark(2, 48, 198, 58) + dark(2, 2, 20, 58) + dark(180, 2, 198, 58), 0);
-    SelectObject(dc, old);
-    DeleteObject(bmp);
-    DeleteDC(dc);
+    DeleteObject(SelectObject(dc, old)), DeleteDC(dc);
 
     // At the extent (2540 HIMETRIC wide by default), and in no other format.
     FORMATETC fe = {CF_METAFILEPICT, nullptr, DVASPECT_CONTENT, -1, TYMED_MFPICT};
