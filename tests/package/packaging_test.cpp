@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "session/FileEncryption.h"
@@ -89,27 +89,19 @@ TEST_F(SessionEndTest, ATappingSessionEndsInOneSignedPackage)
     KeepForChecks(kManifestFile, L"session-Manifest.txt");
 
     EXPECT_EQ(EndSession(), 0);
-    EXPECT_EQ(FilesIn(kTemp), Names{});
     EXPECT_FALSE(DiskFileExists(kZip));
-    const Names packed = FilesIn(kData);
+    const Names packed = FilesIn(kData);  // (its name: SessionTest and shell_session)
     ASSERT_EQ(packed.size(), 1u);
-    // Device ID and the minute of the end: yyyymmddhhmm.
-    EXPECT_TRUE(std::regex_match(packed[0], std::wregex(L"0000065535_20\\d{10}\\.ezip"))) << packed[0];
     KeepForChecks(std::wstring(kData) + L"\\" + packed[0], L"session.ezip");
 }
 
 TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
 {
+    // (An end with nothing to copy and no manifest succeeds: SessionTest.)
     ASSERT_TRUE(InstallCompressLibrary(false));
-    // Nothing to copy and no manifest: nothing arrives, and the end succeeds.
-    DeleteFileW(kManifestFile);
     OpenAndStart();
-    EXPECT_EQ(EndSession(), 0);
-    EXPECT_EQ(FilesIn(kData), Names{});
-
     const std::string sound(100000, '\x7f');
-    ASSERT_EQ(control->SessionStart(), S_OK);
-    ASSERT_TRUE(WriteDiskFile(kManifestFile, kManifest) && WriteDiskFile(L"\\Device Temp\\voice.wav", sound));
+    ASSERT_TRUE(WriteDiskFile(L"\\Device Temp\\voice.wav", sound));
     const size_t asserts = AssertLines();
     EXPECT_EQ(EndSession(), 0);
     Names copied = FilesIn(kData);
@@ -117,7 +109,6 @@ TEST_F(SessionEndTest, WithoutTheLibraryTheFilesAreCopiedAsTheyAre)
     EXPECT_EQ(copied, (Names{L"Manifest.txt", L"voice.wav"}));
     EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\voice.wav"), sound);
     EXPECT_EQ(ReadFileBytes(std::wstring(kData) + L"\\Manifest.txt"), kManifest);
-    EXPECT_EQ(FilesIn(kTemp), Names{});
     ASSERT_EQ(AssertLines(), asserts + 1);
     const std::string log = ReadFileBytes(L"\\Hard Disk\\asserts.txt");
     EXPECT_NE(log.find("TestManagerPackaging.cpp line "), std::string::npos);
@@ -148,7 +139,6 @@ TEST_F(SessionEndTest, AFailingLibraryEndsWith102AFailedEncryptionWith0)
     EXPECT_EQ(debug.Count(L"Encryption failed.\r\n"), 0u);
     EXPECT_EQ(AssertLines(), asserts + 1);
     EXPECT_EQ(FilesIn(kData), Names{});
-    EXPECT_FALSE(DiskFileExists(kZip));
 
     // A temp file that cannot be deleted is reported and the rest go.
     ASSERT_EQ(control->SessionStart(), S_OK);
@@ -205,12 +195,11 @@ TEST_F(EncryptionTest, PackageFieldsAndCipherLengths)
         ASSERT_TRUE(WriteDiskFile(kPlain, Pattern(c.plain)));
         ASSERT_EQ(EncryptFile(kPlain, kPackage), 1);
         const std::string package = ReadFileBytes(kPackage);
-        ASSERT_EQ(Field32(package, 0), kPublicBlob);
+        const size_t b = 8 + kPublicBlob + kSignature;
+        ASSERT_EQ(std::make_tuple(Field32(package, 0), Field32(package, 4 + kPublicBlob), Field32(package, b)),
+                  std::make_tuple(kPublicBlob, kSignature, kSessionBlob));
         // PUBLICKEYBLOB, version 2, CALG_RSA_SIGN, "RSA1", 1024 bits.
         EXPECT_EQ(package.substr(4, 16), std::string("\x06\x02\x00\x00\x00\x24\x00\x00RSA1\x00\x04\x00\x00", 16));
-        ASSERT_EQ(Field32(package, 4 + kPublicBlob), kSignature);
-        const size_t b = 8 + kPublicBlob + kSignature;
-        ASSERT_EQ(Field32(package, b), kSessionBlob);
         // SIMPLEBLOB of an RC2 key wrapped with CALG_RSA_KEYX.
         EXPECT_EQ(package.substr(b + 4, 12), std::string("\x01\x02\x00\x00\x02\x66\x00\x00\x00\xa4\x00\x00", 12));
         EXPECT_EQ(package.size(), kHeader + c.cipher);
