@@ -145,8 +145,8 @@ std::vector<std::wstring> Transcript(ITypeInfo* info)
         }
         EXPECT_EQ(std::wstring(help ? help : L""),
                   (fd->invkind == INVOKE_FUNC ? L"method " : L"property ") + std::wstring(count ? names[0] : L""));
-        for (UINT n = 0; n < count; ++n)
-            SysFreeString(names[n]);
+        for (BSTR b : names)
+            SysFreeString(b);
         SysFreeString(help);
         info->ReleaseFuncDesc(fd);
         out.push_back(s);

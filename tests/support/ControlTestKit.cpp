@@ -6,13 +6,6 @@
 
 #include "control/Module.h"
 
-RecordingSink::~RecordingSink()
-{
-    for (auto& e : events)
-        for (auto& v : e.args)
-            VariantClear(&v);
-}
-
 STDMETHODIMP RecordingSink::QueryInterface(REFIID riid, void** ppv)
 {
     if (ppv == nullptr)

@@ -38,8 +38,12 @@ struct ReceivedEvent
 class RecordingSink final : public IDispatch
 {
 public:
-    RecordingSink() = default;
-    ~RecordingSink();
+    ~RecordingSink()
+    {
+        for (auto& e : events)
+            for (auto& v : e.args)
+                VariantClear(&v);
+    }
 
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
     STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&refs); }
