@@ -4,7 +4,6 @@
 #include <map>
 #include <set>
 
-#include "control/Module.h"
 #include "session/FlashAccess.h"
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"

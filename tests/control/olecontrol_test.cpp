@@ -70,12 +70,7 @@ class OleControlTest : public ::testing::Test
 protected:
     void SetUp() override { ASSERT_NE((control = CreateRegisteredControl()).Get(), nullptr); }
     template <class I>
-    ComPtr<I> As()
-    {
-        ComPtr<I> p;
-        EXPECT_HRESULT_SUCCEEDED(control.As(&p));
-        return p;
-    }
+    ComPtr<I> As() { ComPtr<I> p; EXPECT_HRESULT_SUCCEEDED(control.As(&p)); return p; }
     ComApartment com;
     ComPtr<IBrennock> control;
 };

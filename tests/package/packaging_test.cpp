@@ -45,9 +45,7 @@ protected:
     void OpenAndStart()
     {
         short ok = 0;
-        ASSERT_EQ(control->Open(&ok), S_OK);
-        ASSERT_EQ(ok, 1);
-        ASSERT_EQ(control->SessionStart(), S_OK);
+        ASSERT_TRUE(control->Open(&ok) == S_OK && ok == 1 && control->SessionStart() == S_OK);
     }
     // Ends the session normally and waits for its SessionEnded cause; a
     // failed packaging also fails the call.

@@ -95,13 +95,11 @@ std::string ReadFileBytes(const std::wstring& path)
     std::string bytes;
     HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return bytes;
     char buffer[4096];
-    DWORD got = 0;
-    while (ReadFile(h, buffer, sizeof(buffer), &got, nullptr) && got > 0)
+    for (DWORD got = 0; h != INVALID_HANDLE_VALUE && ReadFile(h, buffer, sizeof(buffer), &got, nullptr) && got > 0;)
         bytes.append(buffer, got);
-    CloseHandle(h);
+    if (h != INVALID_HANDLE_VALUE)
+        CloseHandle(h);
     return bytes;
 }
 
@@ -126,9 +124,7 @@ HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIAN
         }
         EXCEPINFO excep = {};
         hr = m_object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &excep, nullptr);
-        SysFreeString(excep.bstrSource);
-        SysFreeString(excep.bstrDescription);
-        SysFreeString(excep.bstrHelpFile);
+        SysFreeString(excep.bstrSource), SysFreeString(excep.bstrDescription), SysFreeString(excep.bstrHelpFile);
         if (hr == DISP_E_EXCEPTION && excep.scode != 0)
             hr = excep.scode;
     }
