@@ -4,7 +4,6 @@
 #include <map>
 #include <set>
 
-#include "control/Module.h"
 #include "session/FlashAccess.h"
 #include "tests/support/ControlTestKit.h"
 #include "tests/support/DebugCapture.h"
@@ -51,27 +50,21 @@ TEST_F(LifecycleTest, EveryGuardedMemberFailsWithItsTextBeforeOpen)
     ScriptObject script(control.Get());
     size_t guarded = 0;
     FUNCDESC* fd = nullptr;
-    for (WORD i = 0; SUCCEEDED(info->GetFuncDesc(i, &fd)); ++i) {
+    for (WORD i = 0; SUCCEEDED(info->GetFuncDesc(i, &fd)); info->ReleaseFuncDesc(fd), ++i) {
         BSTR member = nullptr;
         info->GetDocumentation(fd->memid, &member, nullptr, nullptr, nullptr);
-        const std::wstring prefix = fd->invkind == INVOKE_PROPERTYGET   ? L"get_"
-                                    : fd->invkind == INVOKE_PROPERTYPUT ? L"put_"
-                                                                        : L"";
-        const std::wstring name = member, full = prefix + name;
+        const INVOKEKIND kind = fd->invkind;
+        const std::wstring name = member;
+        const std::wstring full = (kind == INVOKE_PROPERTYGET ? L"get_" : kind == INVOKE_PROPERTYPUT ? L"put_" : L"") + name;
         SysFreeString(member);
+        if (unguarded.count(full))
+            continue;
         std::vector<VARIANT> args;
         for (SHORT p = 0; p < fd->cParams; ++p) {
             const VARTYPE vt = fd->lprgelemdescParam[p].tdesc.vt;
             if (!(fd->lprgelemdescParam[p].paramdesc.wParamFlags & PARAMFLAG_FRETVAL))
                 args.push_back(vt == VT_BSTR ? ScriptObject::Str(L"x") : vt == VT_R8 ? ScriptObject::R8(0.5)
                                : vt == VT_I4 ? ScriptObject::I4(1) : ScriptObject::I2(1));
-        }
-        const INVOKEKIND kind = fd->invkind;
-        info->ReleaseFuncDesc(fd);
-        if (unguarded.count(full)) {
-            for (auto& v : args)
-                VariantClear(&v);
-            continue;
         }
         ++guarded;
         capture.Clear();
@@ -88,7 +81,8 @@ TEST_F(LifecycleTest, EveryGuardedMemberFailsWithItsTextBeforeOpen)
     EXPECT_EQ(guarded, 61u);
 }
 
-TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
+// Close is safe at any time, twice, and Open works again after it.
+TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpenAndCloseIsSafeAtAnyTime)
 {
     for (int pass = 0; pass < 2; ++pass) {
         SCOPED_TRACE(pass == 0 ? "before Open" : "after Open");
@@ -96,16 +90,9 @@ TEST_F(LifecycleTest, UnguardedMembersBehaveTheSameBeforeAndAfterOpen)
         EXPECT_EQ(control->SimWatchDataDestroyEnded(0), E_FAIL);
         EXPECT_EQ(control->SimWatchSaveProgress(50), S_OK);
         EXPECT_TRUE(capture.Lines().empty());
-        if (pass == 0 && Open() == 1)
-            capture.Clear();  // (a failed Open leaves its lines for the next pass to show)
-    }
-}
-
-TEST_F(LifecycleTest, CloseIsSafeAtAnyTimeAndOpenAgainWorks)
-{
-    for (int round = 0; round < 2; ++round) {
         EXPECT_EQ(std::make_pair(control->Close(), control->Close()), std::make_pair(S_OK, S_OK));
-        EXPECT_EQ(Open(), 1);
+        ASSERT_EQ(Open(), 1);
+        capture.Clear();
     }
     EXPECT_EQ(ScriptObject(control.Get()).Call(L"DebugWrite", {ScriptObject::Str(L"x")}), S_OK);
     control.Reset();  // the final release closes what is still open
@@ -163,8 +150,7 @@ TEST_F(LifecycleTest, ClassObjectLookupAggregationAndUnloading)
     EXPECT_EQ(p, nullptr);
     EXPECT_EQ(getClassObject(CLSID_Brennock, IID_IClassFactory, nullptr), E_POINTER);
     ComPtr<IClassFactory> factory;
-    ASSERT_HRESULT_SUCCEEDED(getClassObject(CLSID_Brennock, IID_IClassFactory,
-                                            reinterpret_cast<void**>(factory.GetAddressOf())));
+    ASSERT_HRESULT_SUCCEEDED(getClassObject(CLSID_Brennock, IID_PPV_ARGS(factory.GetAddressOf())));
 
     struct Outer : IUnknown
     {
@@ -218,8 +204,7 @@ TEST_F(LifecycleTest, SiteAccessorsAssertOnMissingManagers)
 
     short ok = 0;
     local->Open(&ok);
-    EXPECT_TRUE(site->GetDebugLog() && site->GetHC08EventSink() && site->GetGpioEventSink() &&
-                site->GetWatchEventSink() && site->GetAudioEventSink() && site->GetTestManagerEventSink());
+    EXPECT_TRUE(site->GetDebugLog());  // (the event sinks are the control itself, open or not: EventsTest)
 }
 
 }  // namespace

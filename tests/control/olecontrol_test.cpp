@@ -70,12 +70,7 @@ class OleControlTest : public ::testing::Test
 protected:
     void SetUp() override { ASSERT_NE((control = CreateRegisteredControl()).Get(), nullptr); }
     template <class I>
-    ComPtr<I> As()
-    {
-        ComPtr<I> p;
-        EXPECT_HRESULT_SUCCEEDED(control.As(&p));
-        return p;
-    }
+    ComPtr<I> As() { ComPtr<I> p; EXPECT_HRESULT_SUCCEEDED(control.As(&p)); return p; }
     ComApartment com;
     ComPtr<IBrennock> control;
 };
@@ -91,8 +86,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     BITMAPINFO bi = {{sizeof(BITMAPINFOHEADER), W, -H, 1, 32}};
     void* bits = nullptr;
     HDC dc = CreateCompatibleDC(nullptr);
-    HBITMAP bmp = CreateDIBSection(dc, &bi, DIB_RGB_COLORS, &bits, nullptr, 0);
-    HGDIOBJ old = SelectObject(dc, bmp);
+    HGDIOBJ old = SelectObject(dc, CreateDIBSection(dc, &bi, DIB_RGB_COLORS, &bits, nullptr, 0));
     DWORD* px = static_cast<DWORD*>(bits);
     std::fill_n(px, W * H, 0x808080u);
     RECTL bounds = {0, 0, W, H};
@@ -111,9 +105,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     EXPECT_EQ(px[0] & 0xFFFFFF, 0u);
     EXPECT_GT(dark(40, 20, 160, 40), 20);
     EXPECT_EQ(dark(2, 2, 198, 12) + dark(2, 48, 198, 58) + dark(2, 2, 20, 58) + dark(180, 2, 198, 58), 0);
-    SelectObject(dc, old);
-    DeleteObject(bmp);
-    DeleteDC(dc);
+    DeleteObject(SelectObject(dc, old)), DeleteDC(dc);
 
     // At the extent (2540 HIMETRIC wide by default), and in no other format.
     FORMATETC fe = {CF_METAFILEPICT, nullptr, DVASPECT_CONTENT, -1, TYMED_MFPICT};
@@ -129,7 +121,7 @@ TEST_F(OleControlTest, DrawsItsLabelCentredOnWhiteAndGivesAMetafile)
     EXPECT_EQ(As<IDataObject>()->QueryGetData(&text), DV_E_FORMATETC);
 }
 
-TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivates)
+TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivatesAlsoOnTheFinalRelease)
 {
     HWND container = CreateContainerWindow();
     TestSite site(container);
@@ -168,18 +160,12 @@ TEST_F(OleControlTest, SitesActivatesInPlaceAndDeactivates)
     EXPECT_EQ(ole->Close(OLECLOSE_NOSAVE), S_OK);
     EXPECT_EQ(ole->SetClientSite(nullptr), S_OK);
     EXPECT_EQ(site.refs, 1);
-    DestroyWindow(container);
-}
 
-TEST_F(OleControlTest, FinalReleaseLetsGoOfAnActiveSite)
-{
-    HWND container = CreateContainerWindow();
-    TestSite site(container);
-    RECT pos = TestSite::kPos;
-    As<IOleObject>()->SetClientSite(&site);
-    ASSERT_EQ(As<IOleObject>()->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, &site, 0, container, &pos), S_OK);
-    control.Reset();
-    EXPECT_EQ(std::make_pair(site.refs, site.inPlaceDeactivations), std::make_pair(1L, 1));
+    // The final release of a control active in place deactivates it and lets go of the site.
+    ole->SetClientSite(&site);
+    ASSERT_EQ(ole->DoVerb(OLEIVERB_INPLACEACTIVATE, nullptr, &site, 0, container, &pos), S_OK);
+    ole.Reset(), inPlace.Reset(), control.Reset();
+    EXPECT_EQ(std::make_pair(site.refs, site.inPlaceDeactivations), std::make_pair(1L, 2));
     DestroyWindow(container);
 }
 

@@ -6,25 +6,13 @@
 
 #include "control/Module.h"
 
-RecordingSink::~RecordingSink()
-{
-    for (auto& e : events)
-        for (auto& v : e.args)
-            VariantClear(&v);
-}
-
 STDMETHODIMP RecordingSink::QueryInterface(REFIID riid, void** ppv)
 {
     if (ppv == nullptr)
         return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch ||
-        (answerEventsIid && riid == DIID__IBrennockEvents)) {
-        *ppv = static_cast<IDispatch*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
+    const bool ours = riid == IID_IUnknown || riid == IID_IDispatch || (answerEventsIid && riid == DIID__IBrennockEvents);
+    *ppv = ours ? static_cast<IDispatch*>(this) : nullptr;
+    return ours ? (AddRef(), S_OK) : E_NOINTERFACE;
 }
 
 STDMETHODIMP RecordingSink::Invoke(DISPID id, REFIID, LCID lcid, WORD flags, DISPPARAMS* params,
@@ -55,15 +43,14 @@ ComPtr<IBrennock> CreateLocalControl()
 {
     BrennockModule::Init(GetModuleHandleW(nullptr));
     ComPtr<IBrennock> control;
-    CBrennock::CreateInstance(nullptr, IID_IBrennock, reinterpret_cast<void**>(control.GetAddressOf()));
+    CBrennock::CreateInstance(nullptr, IID_PPV_ARGS(control.GetAddressOf()));
     return control;
 }
 
 ComPtr<IBrennock> CreateRegisteredControl()
 {
     ComPtr<IBrennock> control;
-    CoCreateInstance(CLSID_Brennock, nullptr, CLSCTX_INPROC_SERVER, IID_IBrennock,
-                     reinterpret_cast<void**>(control.GetAddressOf()));
+    CoCreateInstance(CLSID_Brennock, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(control.GetAddressOf()));
     return control;
 }
 
@@ -72,7 +59,7 @@ ComPtr<IConnectionPoint> EventsPoint(IUnknown* control)
 {
     ComPtr<IConnectionPointContainer> cpc;
     ComPtr<IConnectionPoint> cp;
-    if (SUCCEEDED(control->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(cpc.GetAddressOf()))))
+    if (SUCCEEDED(control->QueryInterface(IID_PPV_ARGS(cpc.GetAddressOf()))))
         cpc->FindConnectionPoint(DIID__IBrennockEvents, cp.GetAddressOf());
     return cp;
 }
@@ -81,9 +68,8 @@ ComPtr<IConnectionPoint> EventsPoint(IUnknown* control)
 DWORD AdviseSink(IUnknown* control, IUnknown* sink)
 {
     DWORD cookie = 0;
-    if (ComPtr<IConnectionPoint> cp = EventsPoint(control))
-        cp->Advise(sink, &cookie);
-    return cookie;
+    ComPtr<IConnectionPoint> cp = EventsPoint(control);
+    return cp && SUCCEEDED(cp->Advise(sink, &cookie)) ? cookie : 0;
 }
 
 void UnadviseSink(IUnknown* control, DWORD cookie)
@@ -109,13 +95,11 @@ std::string ReadFileBytes(const std::wstring& path)
     std::string bytes;
     HANDLE h = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return bytes;
     char buffer[4096];
-    DWORD got = 0;
-    while (ReadFile(h, buffer, sizeof(buffer), &got, nullptr) && got > 0)
+    for (DWORD got = 0; h != INVALID_HANDLE_VALUE && ReadFile(h, buffer, sizeof(buffer), &got, nullptr) && got > 0;)
         bytes.append(buffer, got);
-    CloseHandle(h);
+    if (h != INVALID_HANDLE_VALUE)
+        CloseHandle(h);
     return bytes;
 }
 
@@ -125,7 +109,7 @@ size_t AssertLines()
     return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result)
+HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT> args, VARIANT* result)
 {
     DISPID id = DISPID_UNKNOWN;
     LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
@@ -140,45 +124,11 @@ HRESULT ScriptObject::Invoke(const wchar_t* name, WORD flags, std::vector<VARIAN
         }
         EXCEPINFO excep = {};
         hr = m_object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &excep, nullptr);
-        SysFreeString(excep.bstrSource);
-        SysFreeString(excep.bstrDescription);
-        SysFreeString(excep.bstrHelpFile);
+        SysFreeString(excep.bstrSource), SysFreeString(excep.bstrDescription), SysFreeString(excep.bstrHelpFile);
         if (hr == DISP_E_EXCEPTION && excep.scode != 0)
             hr = excep.scode;
     }
     for (auto& v : args)
         VariantClear(&v);
     return hr;
-}
-
-VARIANT ScriptObject::I2(short v)
-{
-    VARIANT r{};
-    r.vt = VT_I2;
-    r.iVal = v;
-    return r;
-}
-
-VARIANT ScriptObject::I4(long v)
-{
-    VARIANT r{};
-    r.vt = VT_I4;
-    r.lVal = v;
-    return r;
-}
-
-VARIANT ScriptObject::R8(double v)
-{
-    VARIANT r{};
-    r.vt = VT_R8;
-    r.dblVal = v;
-    return r;
-}
-
-VARIANT ScriptObject::Str(const wchar_t* s)
-{
-    VARIANT r{};
-    r.vt = VT_BSTR;
-    r.bstrVal = SysAllocString(s);
-    return r;
 }

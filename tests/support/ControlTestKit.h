@@ -20,12 +20,8 @@ using Microsoft::WRL::ComPtr;
 class ComApartment
 {
 public:
-    ComApartment() { m_hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
-    ~ComApartment()
-    {
-        if (SUCCEEDED(m_hr))
-            CoUninitialize();
-    }
+    ComApartment() : m_hr(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~ComApartment() { SUCCEEDED(m_hr) ? CoUninitialize() : void(); }
     HRESULT Result() const { return m_hr; }
 
 private:
@@ -42,8 +38,12 @@ struct ReceivedEvent
 class RecordingSink final : public IDispatch
 {
 public:
-    RecordingSink() = default;
-    ~RecordingSink();
+    ~RecordingSink()
+    {
+        for (auto& e : events)
+            for (auto& v : e.args)
+                VariantClear(&v);
+    }
 
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override;
     STDMETHODIMP_(ULONG) AddRef() override { return InterlockedIncrement(&refs); }
@@ -93,25 +93,17 @@ public:
     // comes back as its own code.
     HRESULT Call(const wchar_t* name, std::vector<VARIANT> args = {}, VARIANT* result = nullptr)
     {
-        return Invoke(name, DISPATCH_METHOD, args, result);
+        return Invoke(name, DISPATCH_METHOD, std::move(args), result);
     }
-    HRESULT Get(const wchar_t* name, VARIANT* result)
-    {
-        std::vector<VARIANT> none;
-        return Invoke(name, DISPATCH_PROPERTYGET, none, result);
-    }
-    HRESULT Put(const wchar_t* name, VARIANT value)
-    {
-        std::vector<VARIANT> args{value};
-        return Invoke(name, DISPATCH_PROPERTYPUT, args, nullptr);
-    }
+    HRESULT Get(const wchar_t* name, VARIANT* result) { return Invoke(name, DISPATCH_PROPERTYGET, {}, result); }
+    HRESULT Put(const wchar_t* name, VARIANT value) { return Invoke(name, DISPATCH_PROPERTYPUT, {value}, nullptr); }
 
-    static VARIANT I2(short v);
-    static VARIANT I4(long v);
-    static VARIANT R8(double v);
-    static VARIANT Str(const wchar_t* s);
+    static VARIANT I2(short v) { VARIANT r{}; return r.vt = VT_I2, r.iVal = v, r; }
+    static VARIANT I4(long v) { VARIANT r{}; return r.vt = VT_I4, r.lVal = v, r; }
+    static VARIANT R8(double v) { VARIANT r{}; return r.vt = VT_R8, r.dblVal = v, r; }
+    static VARIANT Str(const wchar_t* s) { VARIANT r{}; return r.vt = VT_BSTR, r.bstrVal = SysAllocString(s), r; }
 
 private:
-    HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT>& args, VARIANT* result);
+    HRESULT Invoke(const wchar_t* name, WORD flags, std::vector<VARIANT> args, VARIANT* result);
     ComPtr<IDispatch> m_object;
 };

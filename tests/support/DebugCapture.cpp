@@ -76,11 +76,6 @@ std::wstring DebugCapture::Text() const
     return all;
 }
 
-bool DebugCapture::Contains(const std::wstring& line) const
-{
-    return Count(line) > 0;
-}
-
 size_t DebugCapture::Count(const std::wstring& line) const
 {
     std::lock_guard<std::mutex> hold(g_lock);

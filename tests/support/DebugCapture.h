@@ -15,7 +15,7 @@ public:
 
     std::vector<std::wstring> Lines() const;
     std::wstring Text() const;
-    bool Contains(const std::wstring& line) const;
+    bool Contains(const std::wstring& line) const { return Count(line) > 0; }
     size_t Count(const std::wstring& line) const;
     void Clear();
 };

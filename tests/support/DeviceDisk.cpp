@@ -27,16 +27,6 @@ bool WriteDiskFile(const std::wstring& path, const std::string& bytes)
     return ok && written == bytes.size();
 }
 
-void DeleteDiskFile(const std::wstring& path)
-{
-    DeleteFileW(path.c_str());
-}
-
-bool DiskFileExists(const std::wstring& path)
-{
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 std::vector<std::wstring> FilesIn(const std::wstring& folder)
 {
     std::vector<std::wstring> names;

@@ -13,8 +13,8 @@
 extern const char kBenchParams[];
 
 bool WriteDiskFile(const std::wstring& path, const std::string& bytes);
-void DeleteDiskFile(const std::wstring& path);
-bool DiskFileExists(const std::wstring& path);
+inline void DeleteDiskFile(const std::wstring& path) { DeleteFileW(path.c_str()); }
+inline bool DiskFileExists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
 // Files only, not folders, in the order listed.
 std::vector<std::wstring> FilesIn(const std::wstring& folder);
 

@@ -32,8 +32,6 @@ void KeepForChecks(const std::wstring& diskPath, const std::wstring& name)
 
 DWORD Field32(const std::string& bytes, size_t offset)
 {
-    if (offset + 4 > bytes.size())
-        return 0xFFFFFFFF;
-    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data() + offset);
-    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<DWORD>(p[3]) << 24);
+    DWORD value = 0xFFFFFFFF;  // (little-endian, as the device)
+    return offset + 4 <= bytes.size() ? (memcpy(&value, bytes.data() + offset, 4), value) : value;
 }

@@ -36,9 +36,7 @@ void TestClock::SetInstant(const wchar_t* utcText, const TIME_ZONE_INFORMATION& 
 
 TIME_ZONE_INFORMATION UkTimeZone()
 {
-    TIME_ZONE_INFORMATION zone = {};
-    zone.Bias = 0;
-    zone.StandardBias = 0;
+    TIME_ZONE_INFORMATION zone = {};  // no bias in winter
     zone.DaylightBias = -60;
     // Month, last (5th) Sunday, at the local hour the change happens.
     zone.StandardDate = {0, 10, 0, 5, 2, 0, 0, 0};
