@@ -98,10 +98,8 @@ protected:
         for (const ReceivedEvent& e : sink.events)
             if (e.id == id) {
                 fired.emplace_back();
-                for (auto arg = e.args.rbegin(); arg != e.args.rend(); ++arg) {
-                    EXPECT_EQ(arg->vt, VT_I2);
-                    fired.back().push_back(arg->iVal);
-                }
+                for (auto arg = e.args.rbegin(); arg != e.args.rend(); ++arg)
+                    fired.back().push_back(arg->vt == VT_I2 ? arg->iVal : -999);
             }
         return fired;
     }
@@ -336,9 +334,9 @@ TEST_F(ActivityTest, ALongRecordingIsWrittenByteForByte)
 
 TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
 {
-    std::vector<std::string> taps(20000);
-    for (DWORD t = 0; t < taps.size(); ++t)
-        taps[t] = Packet([&](int* n) { return CHC08Pack::BuildDigitoRightDownward(n, t, t); });
+    std::string taps;  // 20000 packets of 9 bytes
+    for (DWORD t = 0; t < 20000; ++t)
+        taps += Packet([&](int* n) { return CHC08Pack::BuildDigitoRightDownward(n, t, t); });
     const std::string opening = Opening();
     // Several rounds, so the end meets the reader at different moments.
     for (int round = 0; round < 10; ++round) {
@@ -348,8 +346,8 @@ TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
         std::atomic<size_t> sent{0};
         std::atomic<bool> stop{false};
         std::thread reader([&] {
-            for (size_t t = 0; t < taps.size() && !stop; ++t, ++sent)
-                Record(taps[t]);
+            for (size_t t = 0; t < taps.size() && !stop; t += 9, ++sent)
+                Record(taps.substr(t, 9));
         });
         while (sent < 500)
             std::this_thread::yield();
@@ -360,11 +358,8 @@ TEST_F(ActivityTest, TheReaderThreadRecordsWhileTheHostEnds)
         const Names files = TempFiles();
         ASSERT_EQ(files.size(), 1u);
         const std::string file = ReadFileBytes(std::wstring(kTemp) + L"\\" + files[0]);
-        ASSERT_EQ(file.compare(0, opening.size(), opening), 0);
         const size_t body = file.size() - opening.size();
-        ASSERT_TRUE(body % 9 == 0 && body / 9 >= 500) << body;
-        for (size_t t = 0; t < body / 9; ++t)
-            ASSERT_EQ(file.compare(opening.size() + t * 9, 9, taps[t]), 0) << t;
+        EXPECT_TRUE(body % 9 == 0 && body / 9 >= 500 && file == opening + taps.substr(0, body)) << file.size();
     }
     EXPECT_TRUE(capture.Lines().empty());
 }
