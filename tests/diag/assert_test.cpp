@@ -67,10 +67,9 @@ TEST_F(AssertFileTest, TheMacroAppendsOnlyWhenFalseAndFailuresReachOnlyTheDebugO
     AssertWrite(L"a.cpp", static_cast<short>(40000), L"assert");  // signed 16 bits
     AssertWrite(L"", -32768, L"");  // the widest number with nothing around it
     ASSERT_AT_LINE(164);
-    EXPECT_EQ(LinesAfterDate(),
-              (Strings{std::string(__FILE__) + " line " + std::to_string(line) + " assert\r\n",
-                       "C:\\src\\mcu\\HC08.cpp line 164 assert\r\n", "a.cpp line -25536 assert\r\n", " line -32768 \r\n",
-                       std::string(__FILE__) + " line 164 assert\r\n"}));
+    EXPECT_EQ(LinesAfterDate(), (Strings{std::string(__FILE__) + " line " + std::to_string(line) + " assert\r\n",
+                                         "C:\\src\\mcu\\HC08.cpp line 164 assert\r\n", "a.cpp line -25536 assert\r\n",
+                                         " line -32768 \r\n", std::string(__FILE__) + " line 164 assert\r\n"}));
 
     // A reader that does not share write access keeps the writer out; the
     // line is lost and the file left as it was.

@@ -195,12 +195,7 @@ testing::AssertionResult SameBlock(const std::string& a, const std::string& b)
 class FlashTest : public NVRAMTest
 {
 protected:
-    void SetUp() override
-    {
-        NVRAMTest::SetUp();
-        Use();
-        ASSERT_TRUE(nv.Open());
-    }
+    void SetUp() override { NVRAMTest::SetUp(); Use(); ASSERT_TRUE(nv.Open()); }
     void TearDown() override
     {
         nv.Close();

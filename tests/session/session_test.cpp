@@ -272,9 +272,7 @@ TEST_F(ActivityTest, ConfigurationIsCheckedInOrderAndEndingsRaiseTheirCauseAndTe
 
 TEST_F(ActivityTest, QuestionnaireKeepsAHundredAnswersAndWritesThem)
 {
-    const auto answer = [&](const wchar_t* q, const wchar_t* r) {
-        return Call(L"QuestionResponse", {S::Str(q), S::Str(r)});
-    };
+    const auto answer = [&](auto q, auto r) { return Call(L"QuestionResponse", {S::Str(q), S::Str(r)}); };
     ASSERT_EQ(Config(7, L"Quest", 0), S_OK);
     ASSERT_EQ(control->ActivityStart(0), S_OK);
     std::string expected;
@@ -420,11 +418,6 @@ class ScheduleTest : public ActivityTest
 {
 protected:
     void SetUp() override {}
-    void SessionDoneAt(const wchar_t* when)
-    {
-        const SYSTEMTIME st = ParseTime(when);
-        ASSERT_TRUE(AsControl(control.Get())->GetNVRAM()->NVWritePrevSessionDateTime(&st));
-    }
     void Expect(const Row& row, bool utc = false)
     {
         SCOPED_TRACE(testing::PrintToString(std::wstring(row.now)));
@@ -481,12 +474,13 @@ TEST_F(ScheduleTest, ASessionDoneCountsForItsSlotAndEveryEarlierOne)
     };
     for (const Case& c : cases) {
         Open(kWeekly);
-        SessionDoneAt(c.done);
+        const SYSTEMTIME done = ParseTime(c.done);
+        ASSERT_TRUE(AsControl(control.Get())->GetNVRAM()->NVWritePrevSessionDateTime(&done));
         Expect(c.row);
     }
 }
 
-TEST_F(ScheduleTest, PracticeIntervalRunsUntilTheDayPracticeEnds)
+TEST_F(ScheduleTest, PracticeRunsUntilItsDayAndSlotsKeepTheirLocalHourAcrossDaylightSaving)
 {
     Open(Params("Mon 02 Feb 2004 09:00:00", "Mon 09 Feb 2004"));
     Expect({L"Mon 02 Feb 2004 12:00:00", L"Tue 03 Feb 2004 09:00:00"});
@@ -499,12 +493,9 @@ TEST_F(ScheduleTest, PracticeIntervalRunsUntilTheDayPracticeEnds)
     Expect({L"Mon 09 Feb 2004 11:59:59", L"Tue 10 Feb 2004 09:00:00", nullptr, -1, 1});
     Expect({L"Mon 09 Feb 2004 13:00:00", L"Tue 10 Feb 2004 09:00:00", nullptr, -1, 0});
     Expect({L"Tue 10 Feb 2004 13:00:00", L"Mon 16 Feb 2004 09:00:00"});
-}
 
-TEST_F(ScheduleTest, SlotsKeepTheirLocalHourAcrossDaylightSavingChanges)
-{
-    // Rows of UTC instants. Sundays at 09:00 local; clocks go forward at
-    // 01:00 UTC on 28 March 2004.
+    // Slots keep their local hour across daylight saving changes. Rows of UTC
+    // instants. Sundays at 09:00 local; clocks go forward at 01:00 UTC on 28 March 2004.
     const auto walk = [&](const char* first, const wchar_t* opened, std::vector<Row> rows) {
         Open(Params(first, "Thu 01 Jan 2004"), opened);
         for (const Row& row : rows)
