@@ -74,7 +74,6 @@ TEST_F(NVRAMTest, DefaultsTheScriptsKeysAndAGarbledPreviousSession)
 {
     ASSERT_TRUE(nv.Open());
     capture.Clear();
-    EXPECT_EQ(Read(nv, L"deviceid"), L"0000065535");
     EXPECT_EQ(Read(nv, L"PrevSessionDateTime"), L"Mon 03 Feb 2003 10:15:00");  // a year before now
     EXPECT_EQ(Read(nv, L"NextPictureIndex"), L"0");
     EXPECT_EQ(Read(nv, L"AnonymousName"), L"4272656e6e6f636b2064656661756c74");  // "Brennock default"
