@@ -79,7 +79,9 @@ void AudioFixture::KeepRecording(const std::wstring& name) const
     FILE* f = _wfopen((out + L"\\" + name + L".events").c_str(), L"wb");
     ASSERT_NE(f, nullptr);
     for (const AudioEvent& e : Events()) {
-        std::fprintf(f, "%s", e.id == kAudioRecordProgress ? "progress" : e.id == kAudioRecordEnded ? "recordended" : "playended");
+        std::fprintf(f, "%s", e.id == kAudioRecordProgress ? "progress"
+                              : e.id == kAudioRecordEnded  ? "recordended"
+                                                           : "playended");
         for (int a : e.args)
             std::fprintf(f, " %d", a);
         std::fprintf(f, "\n");

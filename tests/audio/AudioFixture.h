@@ -43,7 +43,10 @@ inline WAVEFORMATEX Pcm(DWORD rate, WORD bits = 16, WORD channels = 1, WORD tag 
     return {tag, channels, rate, rate * align, align, bits, 0};
 }
 // A format record of size bytes (14, 16 or 18): the structure's first bytes.
-inline std::string Fmt(const WAVEFORMATEX& f, size_t size = 18) { return std::string(reinterpret_cast<const char*>(&f), size); }
+inline std::string Fmt(const WAVEFORMATEX& f, size_t size = 18)
+{
+    return std::string(reinterpret_cast<const char*>(&f), size);
+}
 // A 46-byte wave file with an empty data chunk.
 inline std::string EmptyWave(DWORD rate, WORD bits = 16, WORD channels = 1, WORD tag = WAVE_FORMAT_PCM)
 {

@@ -85,7 +85,8 @@ TEST_F(EventsTest, EverySinkOperationFiresItsEventAndValueEventsHandBackTheLastR
     RecordingSink first, second;
     first.resultValue = 11, second.resultValue = 22;
     DWORD c1 = AdviseSink(control.Get(), &first), c2 = AdviseSink(control.Get(), &second);
-    EXPECT_EQ((std::vector<long>{site->GetTestManagerEventSink()->SessionEnded(0), site->GetGpioEventSink()->DataStoreVisible(1),
+    EXPECT_EQ((std::vector<long>{site->GetTestManagerEventSink()->SessionEnded(0),
+                                 site->GetGpioEventSink()->DataStoreVisible(1),
                                  site->GetWatchEventSink()->WatchParametersRead(0)}),
               (std::vector<long>{22, 22, 22}));
     UnadviseSink(control.Get(), c2);
